@@ -1,0 +1,49 @@
+// Bytes of a file at a position of the caller's choice, into a Byte[] of the caller's. The file is
+// opened anew for each call.
+
+#include <algorithm>
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "quen/io/entry_points.h"
+#include "quen/io/operations.h"
+#include "runtime/conventions.h"
+
+using namespace quen::io;
+
+// A count below 1 asks for nothing, so not even the path is looked at; and the destination is
+// looked at only when there is something to put into it.
+std::int64_t quen_io_FileInputStream__readBytesPath(const char* path, std::int64_t position,
+                                                    void* destination, std::int64_t count) {
+  if (count < 1) return 0;
+  if (!requirePath(path, "File path is empty")) return 0;
+
+  std::ifstream file(Quen_runtimeFsPath(path), std::ios::in | std::ios::binary);
+  if (!file) {
+    raiseIOException("Cannot open file");
+    return 0;
+  }
+  file.seekg(std::max<std::int64_t>(position, 0));
+  if (!file) {
+    raiseIOException("Cannot seek in file");
+    return 0;
+  }
+  const auto bytes = std::make_unique<char[]>(static_cast<std::size_t>(count));
+  file.read(bytes.get(), count);
+  if (file.bad() || (file.fail() && !file.eof())) {
+    raiseIOException("Failed to read file");
+    return 0;
+  }
+  const std::int64_t delivered = file.gcount();
+  if (delivered == 0) return 0;
+
+  std::string error;
+  const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.get());
+  if (!Quen_writeByteArrayData(destination, data, static_cast<std::uint64_t>(delivered), error)) {
+    raiseTypeError(error);
+    return 0;
+  }
+  return delivered;
+}

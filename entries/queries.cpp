@@ -1,0 +1,102 @@
+// Questions about one entry: existence, kind, size, time.
+//
+// Existence and the two kinds are the runtime's to answer; link, size and time are asked of the
+// system each time. Whatever cannot be answered is false or 0.
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <system_error>
+
+#include "quen/io/entry_points.h"
+#include "quen/io/operations.h"
+#include "runtime/conventions.h"
+
+namespace fs = std::filesystem;
+using namespace quen::io;
+
+namespace {
+
+std::int64_t sizeOrZero(const fs::path& path) {
+  std::error_code error;
+  const std::uintmax_t size = fs::file_size(path, error);
+  return error ? 0 : static_cast<std::int64_t>(size);
+}
+
+bool isOfKind(void* object, QuenPathEntryKind kind) {
+  const char* text = Quen_filePathFromObject(object);
+  return !isEmpty(text) && Quen_pathEntryKind(Quen_runtimeFsPath(text)) == kind;
+}
+
+}  // namespace
+
+bool quen_io_FileInputStream__existsPath(const char* path) {
+  return !isEmpty(path) && Quen_pathExists(Quen_runtimeFsPath(path));
+}
+
+bool quen_io_FileInputStream__isRegularPath(const char* path) {
+  return !isEmpty(path) &&
+         Quen_pathEntryKind(Quen_runtimeFsPath(path)) == QuenPathEntryKind::kRegularFile;
+}
+
+// Asks for the size at once: it fails by itself for what is not a regular file.
+std::int64_t quen_io_FileInputStream__sizePath(const char* path) {
+  return isEmpty(path) ? 0 : sizeOrZero(Quen_runtimeFsPath(path));
+}
+
+bool quen_io_Path__exists(void* self) {
+  if (self == nullptr) {
+    Quen_raise("NullException", "Cannot read Path.exists on null");
+    return false;
+  }
+  const char* text = Quen_filePathFromObject(self);
+  return !isEmpty(text) && Quen_pathExists(Quen_runtimeFsPath(text));
+}
+
+bool quen_io_Path__isRegular(void* self) { return isOfKind(self, QuenPathEntryKind::kRegularFile); }
+
+bool quen_io_Path__isDirectory(void* self) { return isOfKind(self, QuenPathEntryKind::kDirectory); }
+
+// The entry itself is asked, so a dangling link is still a link.
+bool quen_io_Path__isSymlink(void* self) {
+  const char* text = Quen_filePathFromObject(self);
+  if (isEmpty(text)) return false;
+
+  std::error_code error;
+  const fs::file_status status = fs::symlink_status(Quen_runtimeFsPath(text), error);
+  return !error && fs::is_symlink(status);
+}
+
+std::int64_t quen_io_Path__size(void* self) {
+  const char* text = Quen_filePathFromObject(self);
+  if (isEmpty(text)) return 0;
+
+  const fs::path path = Quen_runtimeFsPath(text);
+  std::error_code error;
+  return fs::is_regular_file(fs::status(path, error)) ? sizeOrZero(path) : 0;
+}
+
+// The file clock is brought to the system clock through their present readings, the system's taken
+// first, so the result can fall short by the moment between the two and is never ahead.
+std::int64_t quen_io_Path__lastModified(void* self) {
+  const char* text = Quen_filePathFromObject(self);
+  if (isEmpty(text)) return 0;
+
+  std::error_code error;
+  const fs::file_time_type written = fs::last_write_time(Quen_runtimeFsPath(text), error);
+  if (error) return 0;
+
+  const auto systemNow = std::chrono::system_clock::now();
+  const auto fileNow = fs::file_time_type::clock::now();
+  const std::chrono::nanoseconds sinceEpoch = (written - fileNow) + systemNow.time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(sinceEpoch).count();
+}
+
+bool __quen_propget_quen_io_Path_exists(void* self) { return quen_io_Path__exists(self); }
+bool __quen_propget_quen_io_Path_isRegular(void* self) { return quen_io_Path__isRegular(self); }
+bool __quen_propget_quen_io_Path_isDirectory(void* self) { return quen_io_Path__isDirectory(self); }
+bool __quen_propget_quen_io_Path_isSymlink(void* self) { return quen_io_Path__isSymlink(self); }
+std::int64_t __quen_propget_quen_io_Path_size(void* self) { return quen_io_Path__size(self); }
+std::int64_t __quen_propget_quen_io_Path_lastModified(void* self) {
+  return quen_io_Path__lastModified(self);
+}

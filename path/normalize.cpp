@@ -1,0 +1,119 @@
+// The lexical core of Path: current directory, normal form, absolute form, parent and the two
+// predicates. Only the current directory is asked of the system.
+//
+// The parent-traversal flag comes from the receiver and never from the result: "a/../b" normalizes
+// to "b" and still carries it.
+
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#include "quen/io/entry_points.h"
+#include "quen/io/operations.h"
+#include "runtime/conventions.h"
+
+namespace fs = std::filesystem;
+using namespace quen::io;
+
+namespace {
+
+// The parent is taken from the path as given and normalized afterwards: of "a/b/../c" it is "a/".
+fs::path normalParent(const char* text) {
+  return Quen_runtimeFsPath(text).parent_path().lexically_normal();
+}
+
+}  // namespace
+
+void* __quen_propget_quen_io_Path_cwd() {
+  std::error_code error;
+  const fs::path current = fs::current_path(error).lexically_normal();
+  return Quen_allocTypedPathObjectFromPath(current, false, false, false);
+}
+
+// Unlike the property, the directory stays as the system spells it.
+void* quen_io_Path__cwdPath() {
+  std::error_code error;
+  const fs::path current = fs::current_path(error);
+  if (error) return Quen_allocString("");
+  return Quen_allocPathString(current, false);
+}
+
+void* quen_io_Path_normalize(void* self) {
+  const char* text = Quen_filePathFromObject(self);
+  const bool folder = isFolder(self);
+  const bool parentTraversal = carriesParentTraversal(self, text);
+  const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(text);
+
+  const fs::path normal = Quen_runtimeFsPath(text).lexically_normal();
+  return Quen_allocTypedPathObjectFromPath(normal, !folder, windowsRoot, parentTraversal);
+}
+
+void* quen_io_Path__normalizePath(const char* path) {
+  if (path == nullptr) return Quen_allocString("");
+
+  const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(path);
+  return Quen_allocPathString(Quen_runtimeFsPath(path).lexically_normal(), windowsRoot);
+}
+
+// Without an absolute form the method goes on with the path as given, where the native member hands
+// its text back untouched.
+void* quen_io_Path_toAbsolute(void* self) {
+  const char* text = Quen_filePathFromObject(self);
+  const bool folder = isFolder(self);
+  const bool parentTraversal = carriesParentTraversal(self, text);
+  const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(text);
+
+  const fs::path given = Quen_runtimeFsPath(text);
+  std::error_code error;
+  const fs::path absolute = fs::absolute(given, error);
+  const fs::path normal = (error ? given : absolute).lexically_normal();
+  return Quen_allocTypedPathObjectFromPath(normal, !folder, windowsRoot, parentTraversal);
+}
+
+void* quen_io_Path__absolutePath(const char* path) {
+  if (path == nullptr) return Quen_allocString("");
+
+  const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(path);
+  std::error_code error;
+  const fs::path absolute = fs::absolute(Quen_runtimeFsPath(path), error);
+  if (error) return Quen_allocString(path);
+  return Quen_allocPathString(absolute.lexically_normal(), windowsRoot);
+}
+
+void* quen_io_Path_parent(void* self) {
+  const char* text = Quen_filePathFromObject(self);
+  if (isEmpty(text)) return nullptr;
+  const bool parentTraversal = carriesParentTraversal(self, text);
+  const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(text);
+
+  const fs::path parent = normalParent(text);
+  if (parent.empty()) return nullptr;
+  return Quen_allocTypedPathObjectFromPath(parent, false, windowsRoot, parentTraversal);
+}
+
+void* quen_io_Path__parentPath(const char* path) {
+  if (isEmpty(path)) return Quen_allocString("");
+  const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(path);
+
+  const fs::path parent = normalParent(path);
+  if (parent.empty()) return Quen_allocString("");
+  return Quen_allocPathString(parent, windowsRoot);
+}
+
+bool quen_io_Path__isAbsolute(void* self) {
+  const char* text = Quen_filePathFromObject(self);
+  return !isEmpty(text) && Quen_runtimeFsPath(text).has_root_directory();
+}
+
+bool quen_io_Path__isNormalized(void* self) {
+  const char* text = Quen_filePathFromObject(self);
+  if (isEmpty(text)) return false;
+
+  const fs::path given = Quen_runtimeFsPath(text);
+  return given == given.lexically_normal();
+}
+
+bool __quen_propget_quen_io_Path_isAbsolute(void* self) { return quen_io_Path__isAbsolute(self); }
+bool __quen_propget_quen_io_Path_isNormalized(void* self) {
+  return quen_io_Path__isNormalized(self);
+}
