@@ -1,0 +1,169 @@
+#include "runtime/small/arena.h"
+
+#include <array>
+#include <atomic>
+#include <bit>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+namespace quen::small {
+
+namespace {
+
+constexpr std::size_t kChunkSize = std::size_t{64} * 1024;
+constexpr std::size_t kSlots = kChunkSize / Arena::kSlotSize - 1;  // the first holds the header
+constexpr std::size_t kSpareChunks = 64;
+
+std::atomic<std::size_t> gLiveSlots{0};
+
+}  // namespace
+
+// Aligned to its size, so that a slot's address leads to its chunk.
+struct alignas(Arena::kSlotSize) Chunk {
+  std::atomic<std::size_t> used{0};
+
+  void* slot(std::size_t index) {
+    return reinterpret_cast<std::byte*>(this) + (index + 1) * Arena::kSlotSize;
+  }
+  Object* object(std::size_t index) { return std::launder(static_cast<Object*>(slot(index))); }
+};
+
+namespace {
+
+// One bit for each place in the address space where a chunk can stand, on pages that come into
+// being when the first chunk near them does. Reading takes no lock.
+class ChunkMap {
+ public:
+  bool contains(std::uintptr_t address) const {
+    const std::uintptr_t place = address / kChunkSize;
+    if (place >= kPages * kPlaces) return false;
+    const Page* page = pages_[place / kPlaces].load(std::memory_order_acquire);
+    if (page == nullptr) return false;
+    const std::uint64_t word = (*page)[place % kPlaces / 64].load(std::memory_order_acquire);
+    return ((word >> (place % 64)) & 1) != 0;
+  }
+
+  void insert(const Chunk* chunk) { wordOf(chunk).fetch_or(bitOf(chunk)); }
+  void erase(const Chunk* chunk) { wordOf(chunk).fetch_and(~bitOf(chunk)); }
+
+ private:
+  static constexpr std::uintptr_t kPlaces = 1 << 16;
+  static constexpr std::uintptr_t kPages = (std::uintptr_t{1} << 48) / kChunkSize / kPlaces;
+  using Page = std::array<std::atomic<std::uint64_t>, kPlaces / 64>;
+
+  static std::uintptr_t placeOf(const Chunk* chunk) {
+    return reinterpret_cast<std::uintptr_t>(chunk) / kChunkSize;
+  }
+  static std::uint64_t bitOf(const Chunk* chunk) {
+    return std::uint64_t{1} << (placeOf(chunk) % 64);
+  }
+
+  std::atomic<std::uint64_t>& wordOf(const Chunk* chunk) {
+    const std::uintptr_t place = placeOf(chunk);
+    if (place >= kPages * kPlaces) std::abort();  // no user address of this host is that high
+    std::atomic<Page*>& entry = pages_[place / kPlaces];
+    if (entry.load(std::memory_order_acquire) == nullptr) {
+      auto page = std::make_unique<Page>();
+      Page* none = nullptr;
+      if (entry.compare_exchange_strong(none, page.get())) page.release();
+    }
+    return (*entry.load(std::memory_order_acquire))[place % kPlaces / 64];
+  }
+
+  std::array<std::atomic<Page*>, kPages> pages_{};
+};
+
+constinit ChunkMap gChunkMap;
+
+// Chunks that are not in use. A few are kept, so that opening and closing scopes in a loop does not
+// go to the allocator each time.
+class ChunkPool {
+ public:
+  Chunk* take() {
+    if (Chunk* spare = takeSpare()) return spare;
+    void* memory = std::aligned_alloc(kChunkSize, kChunkSize);
+    if (memory == nullptr) throw std::bad_alloc();
+    return new (memory) Chunk;
+  }
+
+  void giveBack(Chunk* chunk) {
+    const std::lock_guard lock(mutex_);
+    if (spares_.size() < kSpareChunks) {
+      spares_.push_back(chunk);
+    } else {
+      std::free(chunk);
+    }
+  }
+
+ private:
+  Chunk* takeSpare() {
+    const std::lock_guard lock(mutex_);
+    if (spares_.empty()) return nullptr;
+    Chunk* spare = spares_.back();
+    spares_.pop_back();
+    return spare;
+  }
+
+  std::mutex mutex_;
+  std::vector<Chunk*> spares_;
+};
+
+// These two outlive every thread and every static object that may still hold a scope.
+ChunkPool& chunkPool() {
+  static auto& pool = *new ChunkPool;
+  return pool;
+}
+
+Arena& processArena() {
+  static auto& arena = *new Arena;
+  return arena;
+}
+
+thread_local Arena* tCurrent = nullptr;
+
+}  // namespace
+
+Arena::~Arena() {
+  for (Chunk* chunk : chunks_) {
+    const std::size_t used = chunk->used.exchange(0);
+    gChunkMap.erase(chunk);
+    for (std::size_t i = 0; i < used; ++i) chunk->object(i)->~Object();
+    gLiveSlots.fetch_sub(used);
+    chunkPool().giveBack(chunk);
+  }
+}
+
+void* Arena::nextSlot() {
+  if (chunks_.empty() || chunks_.back()->used.load(std::memory_order_relaxed) == kSlots) {
+    chunks_.reserve(chunks_.size() + 1);
+    chunks_.push_back(chunkPool().take());
+    gChunkMap.insert(chunks_.back());
+  }
+  Chunk* chunk = chunks_.back();
+  return chunk->slot(chunk->used.load(std::memory_order_relaxed));
+}
+
+// Only now is the slot an object for everyone: it has been constructed.
+void Arena::publishSlot() {
+  chunks_.back()->used.fetch_add(1, std::memory_order_release);
+  gLiveSlots.fetch_add(1, std::memory_order_relaxed);
+}
+
+Arena& Arena::current() { return tCurrent != nullptr ? *tCurrent : processArena(); }
+
+Arena* Arena::enter(Arena* arena) { return std::exchange(tCurrent, arena); }
+
+Object* asObject(void* pointer) {
+  const auto address = reinterpret_cast<std::uintptr_t>(pointer);
+  if (address % Arena::kSlotSize != 0 || !gChunkMap.contains(address)) return nullptr;
+
+  auto* chunk = reinterpret_cast<Chunk*>(address - address % kChunkSize);
+  const std::size_t slot = address % kChunkSize / Arena::kSlotSize;
+  if (slot == 0 || slot > chunk->used.load(std::memory_order_acquire)) return nullptr;
+  return chunk->object(slot - 1);
+}
+
+std::size_t liveSlots() { return gLiveSlots.load(std::memory_order_relaxed); }
+
+}  // namespace quen::small

@@ -1,0 +1,76 @@
+#include "tests/support/child_process.h"
+
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+namespace quen::tests {
+
+namespace {
+
+constexpr int kNobody = 65534;
+
+// A filter that matches nothing would pass.
+bool isTest(std::string_view name) {
+  const testing::UnitTest& all = *testing::UnitTest::GetInstance();
+  for (int i = 0; i < all.total_test_suite_count(); ++i) {
+    const testing::TestSuite& suite = *all.GetTestSuite(i);
+    for (int j = 0; j < suite.total_test_count(); ++j) {
+      if (name == std::string(suite.name()) + '.' + suite.GetTestInfo(j)->name()) return true;
+    }
+  }
+  return false;
+}
+
+// 0 when the child ended well.
+int outcomeOf(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) == -1 && errno == EINTR) continue;
+  return status;
+}
+
+}  // namespace
+
+void inChild(const std::function<void()>& body) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    body();
+    std::fflush(nullptr);
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+  EXPECT_EQ(outcomeOf(child), 0) << "the child failed";
+}
+
+void inUnprivilegedChild(const std::function<void()>& body) {
+  inChild([&body] {
+    if (geteuid() == 0) {
+      ASSERT_EQ(setgroups(0, nullptr), 0);
+      ASSERT_EQ(setgid(kNobody), 0);
+      ASSERT_EQ(setuid(kNobody), 0);
+    }
+    body();
+  });
+}
+
+void inFreshProcess(std::string_view test) {
+  ASSERT_TRUE(isTest(test)) << "there is no test " << test;
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    const std::string filter = "--gtest_filter=" + std::string(test);
+    execl("/proc/self/exe", "test", filter.c_str(), "--gtest_also_run_disabled_tests",
+          static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  EXPECT_EQ(outcomeOf(child), 0) << test << " failed in a process of its own";
+}
+
+}  // namespace quen::tests
