@@ -26,7 +26,8 @@ class Arena {
 
   template <class T, class... Arguments>
   T* make(Arguments&&... arguments) {
-    static_assert(sizeof(T) <= kSlotSize && alignof(T) <= kSlotSize);
+    static_assert(sizeof(T) <= kSlotSize);
+    static_assert(alignof(T) <= kSlotSize);
     const std::lock_guard lock(mutex_);
     T* object = new (nextSlot()) T(std::forward<Arguments>(arguments)...);
     publishSlot();

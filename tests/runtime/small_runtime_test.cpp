@@ -17,6 +17,7 @@
 #include "quen/io/operations.h"
 #include "runtime/small/host.h"
 #include "tests/support/boundary_test.h"
+#include "tests/support/sanitized.h"
 
 namespace fs = std::filesystem;
 using namespace quen::small;
@@ -125,7 +126,7 @@ TEST_F(Magic, IsNotInTheTextOfAnObject) {
 
 // A copy of an object's bytes stands for the most cunning of texts.
 TEST_F(Magic, IsNotInACopyOfAnObject) {
-  alignas(64) std::array<char, 64> copy;
+  alignas(64) std::array<char, 64> copy{};
   std::memcpy(copy.data(), newPath("a"), copy.size());
 
   EXPECT_FALSE(hasObjectMagic(copy.data()));
@@ -165,7 +166,7 @@ TEST_F(Scopes, DestroyWhatWasMadeInThemAndNothingElse) {
   {
     const Scope inner;
     for (int i = 0; i < 5000; ++i) newPath("inner");
-    EXPECT_EQ(liveObjects(), before + 2 * 5000) << "a path and its String each";
+    EXPECT_EQ(liveObjects(), before + std::size_t{2} * 5000) << "a path and its String each";
   }
   EXPECT_EQ(liveObjects(), before);
   EXPECT_EQ(pathText(outer), "outer");
@@ -206,9 +207,7 @@ void callsInALoop(int calls) {
 
 // A million calls make four million objects, and a tenth of them warms everything up that stays.
 TEST_F(Scopes, GiveTheirMemoryBackSoThatAMillionCallsRunInBoundedMemory) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "a sanitizer keeps memory of its own";
-#endif
+  if (quen::tests::kSanitized) GTEST_SKIP() << "a sanitizer keeps memory of its own";
   constexpr std::size_t kTolerance = std::size_t{16} * 1024 * 1024;
   callsInALoop(100'000);
   const std::size_t before = residentBytes();
@@ -385,20 +384,20 @@ TEST_F(Kinds, OnRecordAreBoundedInNumberAndKeepTheLatest) {
 
   for (int i = 0; i < kMany; ++i) Quen_cachePathEntryKind(path(i), kOtherEntry);
 
-  EXPECT_LE(recordedKinds(), 2u * kKept);
+  EXPECT_LE(recordedKinds(), std::size_t{2} * kKept);
   for (int i = kMany - kKept; i < kMany; ++i) ASSERT_EQ(recordedKind(path(i)), kOtherEntry) << i;
   EXPECT_EQ(recordedKind(path(0)), std::nullopt);
   forgetRecordedKinds();
 }
 
 TEST_F(Kinds, OnRecordAreBoundedInBytes) {
-  const std::string long_(100'000, 'x');
+  const std::string text(100'000, 'x');
   forgetRecordedKinds();
 
-  for (int i = 0; i < 1000; ++i) Quen_cachePathEntryKind(long_ + std::to_string(i), kOtherEntry);
+  for (int i = 0; i < 1000; ++i) Quen_cachePathEntryKind(text + std::to_string(i), kOtherEntry);
 
-  EXPECT_LE(recordedKinds(), 16u * 1024 * 1024 / long_.size());
-  EXPECT_EQ(recordedKind(long_ + "999"), kOtherEntry);
+  EXPECT_LE(recordedKinds(), std::size_t{16} * 1024 * 1024 / text.size());
+  EXPECT_EQ(recordedKind(text + "999"), kOtherEntry);
   forgetRecordedKinds();
 }
 

@@ -28,6 +28,7 @@ template <class Body>
 void onAllThreads(const Body& body) {
   std::latch start(kThreads);
   std::vector<std::jthread> threads;
+  threads.reserve(kThreads);
   for (int thread = 0; thread < kThreads; ++thread) {
     threads.emplace_back([&body, &start, thread] {
       start.arrive_and_wait();

@@ -37,12 +37,12 @@ int outcomeOf(pid_t child) {
 }  // namespace
 
 void inChild(const std::function<void()>& body) {
-  std::fflush(nullptr);
+  static_cast<void>(std::fflush(nullptr));
   const pid_t child = fork();
   ASSERT_NE(child, -1);
   if (child == 0) {
     body();
-    std::fflush(nullptr);
+    static_cast<void>(std::fflush(nullptr));
     _exit(testing::Test::HasFailure() ? 1 : 0);
   }
   EXPECT_EQ(outcomeOf(child), 0) << "the child failed";
@@ -61,7 +61,7 @@ void inUnprivilegedChild(const std::function<void()>& body) {
 
 void inFreshProcess(std::string_view test) {
   ASSERT_TRUE(isTest(test)) << "there is no test " << test;
-  std::fflush(nullptr);
+  static_cast<void>(std::fflush(nullptr));
   const pid_t child = fork();
   ASSERT_NE(child, -1);
   if (child == 0) {

@@ -1,0 +1,164 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "quen/io/entry_points.h"
+#include "quen/io/operations.h"
+#include "runtime/small/host.h"
+#include "tests/support/boundary_test.h"
+#include "tests/support/child_process.h"
+
+namespace fs = std::filesystem;
+using namespace quen::small;
+using namespace quen::tests;
+
+namespace {
+
+constexpr std::string_view kHello = "h\xC3\xA9llo";
+
+class ReadAllText : public BoundaryTest {
+ protected:
+  static std::string read(const fs::path& path) {
+    return text(quen_io_FileReader__readAllTextPath(path.c_str()));
+  }
+};
+
+class ReadTextFromOffset : public BoundaryTest {
+ protected:
+  static std::string read(const fs::path& path, std::int64_t offset) {
+    return text(quen_io_FileInputStream__readTextFromOffsetPath(path.c_str(), offset));
+  }
+};
+
+TEST_F(ReadAllText, GivesEveryByteOfAValidFile) {
+  for (const std::string& content :
+       {std::string(), std::string("plain"), std::string(kHello), std::string("\xEF\xBB\xBFmarked"),
+        std::string("line\r\nline\rline\n"), std::string("a\0b\0", 4), std::string("\0", 1),
+        std::string(3'000'000, 'x') + "\xF0\x9F\x98\x80"}) {
+    EXPECT_EQ(read(scratch.file("file", content)), content);
+  }
+}
+
+TEST_F(ReadAllText, NamesTheByteOfTheFirstFault) {
+  struct Fault {
+    std::string content;
+    std::uint64_t offset;
+  };
+  const std::vector<Fault> faults{
+      {"abc\x80", 3},
+      {"\xC0\xAF", 0},
+      {"\xF5\x80\x80\x80", 0},
+      {"\x41\xC3", 1},
+      {"\xE2\x41", 0},
+      {"\xE2\x41\x42", 1},
+      {"\xE0\x80\x80", 0},
+      {"\xE0\x80\x41", 2},
+      {"\xED\xA0\x80", 0},
+      {"\xF4\x90\x80\x80", 0},
+      {std::string(kHello) + "\xFF\x80", 6},
+      {std::string(1'234'567, 'x') + "\xFF", 1'234'567},
+  };
+  for (const Fault& fault : faults) {
+    EXPECT_EQ(read(scratch.file("file", fault.content)), "");
+    EXPECT_EQ(raised(),
+              "IOException: File is not valid UTF-8 at byte " + std::to_string(fault.offset));
+  }
+  EXPECT_EQ(read(scratch.file("file", "\xF4\x8F\xBF\xBF\xEF\xBF\xBF")),
+            "\xF4\x8F\xBF\xBF\xEF\xBF\xBF");
+}
+
+TEST_F(ReadAllText, RaisesForAnEmptyPath) {
+  for (const char* empty : {"", static_cast<const char*>(nullptr)}) {
+    EXPECT_EQ(text(quen_io_FileReader__readAllTextPath(empty)), "");
+    EXPECT_EQ(raised(), "IOException: File path is empty");
+  }
+}
+
+TEST_F(ReadAllText, RaisesForWhatCannotBeOpened) {
+  for (const fs::path& path :
+       {scratch / "missing", scratch.file("file") / "below", scratch.link("dangling", "nowhere"),
+        scratch.link("loop", scratch / "loop"), scratch / std::string(256, 'n'),
+        fs::path(std::string(5000, 'p'))}) {
+    EXPECT_EQ(read(path), "");
+    EXPECT_EQ(raised(), "IOException: Cannot open file");
+  }
+}
+
+TEST_F(ReadAllText, RaisesForAFileThatMayNotBeRead) {
+  fs::permissions(scratch.path(), fs::perms::all);
+  const fs::path file = scratch.file("file", "secret");
+  fs::permissions(file, fs::perms::none);
+
+  inUnprivilegedChild([&] {
+    EXPECT_EQ(read(file), "");
+    EXPECT_EQ(raised(), "IOException: Cannot open file");
+  });
+}
+
+// Only the stream that is copied into notices.
+TEST_F(ReadAllText, OfADirectoryIsEmptyAndRaisesNothing) { EXPECT_EQ(read(scratch.path()), ""); }
+
+// Nothing is mapped at the address 0, so the first read fails.
+TEST_F(ReadAllText, OfAFileThatFailsWhileReadIsWhatCameBefore) {
+  EXPECT_EQ(read("/proc/self/mem"), "");
+  EXPECT_EQ(raised(), "");
+}
+
+TEST_F(ReadAllText, OfAFileWithoutASizeIsComplete) {
+  EXPECT_EQ(read("/proc/self/comm"), contents("/proc/self/comm"));
+  EXPECT_EQ(read("/dev/null"), "");
+}
+
+TEST_F(ReadAllText, ReadsThroughLinksAndNamesOfAnyBytes) {
+  const fs::path file = scratch.file("\xFF\n\x1B", kHello);
+
+  EXPECT_EQ(read(file), kHello);
+  EXPECT_EQ(read(scratch.link("link", file)), kHello);
+}
+
+TEST_F(ReadAllText, IsEmptyWhileAnOlderExceptionIsPending) {
+  const fs::path file = scratch.file("file", "text");
+  Quen_raise("IOException", "older");
+
+  EXPECT_EQ(read(file), "");
+  EXPECT_EQ(text(quen_io_FileInputStream__readTextFromOffsetPath(file.c_str(), 0)), "");
+  EXPECT_EQ(raised(), "IOException: older");
+}
+
+TEST_F(ReadTextFromOffset, CountsBytesAndMayCutACharacter) {
+  const fs::path file = scratch.file("file", kHello);
+
+  EXPECT_EQ(read(file, -5), kHello);
+  EXPECT_EQ(read(file, INT64_MIN), kHello);
+  EXPECT_EQ(read(file, 0), kHello);
+  EXPECT_EQ(read(file, 1), "\xC3\xA9llo");
+  EXPECT_EQ(read(file, 2), "\xA9llo");
+  EXPECT_EQ(read(file, 5), "o");
+  EXPECT_EQ(read(file, 6), "");
+  EXPECT_EQ(read(file, 7), "");
+  EXPECT_EQ(read(file, INT64_MAX), "");
+}
+
+TEST_F(ReadTextFromOffset, ChecksTheWholeFileWhateverTheOffset) {
+  const fs::path file = scratch.file("file",
+                                     "a\x80"
+                                     "bc");
+
+  for (const std::int64_t offset : {-1, 0, 2, 3, 100}) {
+    EXPECT_EQ(read(file, offset), "");
+    EXPECT_EQ(raised(), "IOException: File is not valid UTF-8 at byte 1");
+  }
+}
+
+TEST_F(ReadTextFromOffset, RaisesAsTheWholeReaderDoes) {
+  EXPECT_EQ(text(quen_io_FileInputStream__readTextFromOffsetPath(nullptr, 1)), "");
+  EXPECT_EQ(raised(), "IOException: File path is empty");
+  EXPECT_EQ(read(scratch / "missing", 3), "");
+  EXPECT_EQ(raised(), "IOException: Cannot open file");
+  EXPECT_EQ(read(scratch.path(), 0), "");
+  EXPECT_EQ(raised(), "");
+}
+
+}  // namespace
