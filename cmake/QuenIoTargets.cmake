@@ -29,10 +29,11 @@ endfunction()
 # the shared library does with its export list. Groups are dissolved first, or a program that holds
 # the same inline function would discard ours.
 function(quen_io_add_static_library target objects)
+  find_program(QUEN_IO_GNU_LD NAMES ld.bfd ld REQUIRED)  # no other linker dissolves groups
   set(object ${CMAKE_CURRENT_BINARY_DIR}/${target}.o)
   add_custom_command(
     OUTPUT ${object}
-    COMMAND ${CMAKE_LINKER} -r --force-group-allocation -o ${object}.all
+    COMMAND ${QUEN_IO_GNU_LD} -r --force-group-allocation -o ${object}.all
             $<TARGET_OBJECTS:${objects}>
     COMMAND ${CMAKE_OBJCOPY} --wildcard
             --keep-global-symbol=quen_io_*
