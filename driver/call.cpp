@@ -1,0 +1,105 @@
+// quen-io call: one entry point, its result or what it raised.
+
+#include "driver/call.h"
+
+#include <exception>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "driver/commands.h"
+#include "driver/results.h"
+#include "driver/text.h"
+
+namespace quen::driver {
+
+const char* const kCallHelp =
+    "A result is one line, a list one line for each element. An exception is one line on standard\n"
+    "error, and the exit status is 1. A text that looks like an option of this command comes as\n"
+    "text:--json.";
+
+namespace {
+
+// By the name that the header gives such a parameter.
+bool isFilled(const Parameter& parameter) { return parameter.name == "destination"; }
+
+Json toJson(const EntryPoint& entry, const Outcome& outcome) {
+  Json json;
+  json["entry"] = entry.fullName;
+  json["result"] = toJson(outcome.result);
+  json["raised"] = nullptr;
+  if (outcome.raised) {
+    json["raised"] = Json::object();
+    json["raised"]["class"] = outcome.raised->className;
+    putText(json["raised"], "message", outcome.raised->message);
+  }
+  json["filled"] = Json::object();
+  for (const Filled& each : outcome.filled) {
+    json["filled"][std::string(each.parameter)] = toJson(each.bytes);
+  }
+  return json;
+}
+
+void print(const Outcome& outcome) {
+  if (outcome.raised) {
+    std::cerr << describe(*outcome.raised) << '\n';
+    return;
+  }
+  if (isList(outcome.result)) {
+    for (const std::string& line : describeElements(outcome.result)) std::cout << line << '\n';
+  } else {
+    std::cout << describe(outcome.result) << '\n';
+  }
+  for (const Filled& each : outcome.filled) {
+    std::cout << each.parameter << " = " << describe(each.bytes) << '\n';
+  }
+}
+
+}  // namespace
+
+Outcome callEntryPoint(const EntryPoint& entry, const std::vector<std::string>& words,
+                       const Results& results) {
+  const std::vector<Parameter>& parameters = entry.parameters;
+  if (words.size() != parameters.size()) {
+    throw UsageError(std::string(entry.shortName) + " takes " + std::to_string(parameters.size()) +
+                     (parameters.size() == 1 ? " argument, not " : " arguments, not ") +
+                     std::to_string(words.size()) + ": " + std::string(entry.signature));
+  }
+  std::vector<Argument> arguments;
+  for (const std::string& word : words) {
+    arguments.push_back(argumentOf(parameters[arguments.size()], word, results));
+  }
+
+  Outcome outcome;
+  try {
+    outcome.result = entry.function(arguments);
+    outcome.raised = small::takeException();
+  } catch (const std::exception& error) {  // a length too large to allocate
+    small::takeException();
+    outcome.raised = small::Exception{"C++ exception", error.what()};
+  }
+  for (std::size_t i = 0; i < parameters.size(); ++i) {
+    const auto* object = std::get_if<void*>(&arguments[i]);
+    if (isFilled(parameters[i]) && object != nullptr && small::className(*object) == "Byte[]") {
+      outcome.filled.push_back({parameters[i].name, *object});
+    }
+  }
+  return outcome;
+}
+
+std::string describe(const small::Exception& raised) {
+  return escaped(raised.className) + ": " + escaped(raised.message);
+}
+
+int runCall(const std::string& name, const std::vector<std::string>& words, bool json) {
+  const small::Scope scope;
+  const EntryPoint& entry = findEntryPoint(name);
+  const Outcome outcome = callEntryPoint(entry, words);
+  if (json) {
+    std::cout << toLine(toJson(entry, outcome)) << '\n';
+  } else {
+    print(outcome);
+  }
+  return outcome.raised ? kRaised : kDone;
+}
+
+}  // namespace quen::driver
