@@ -1,6 +1,6 @@
 # Sourced by the commands that build: installs what is missing, quietly, and nothing when nothing is.
 
-BUILD_PACKAGES=(g++ cmake ninja-build python3 libcli11-dev nlohmann-json3-dev libreadline-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build pkgconf python3 libcli11-dev nlohmann-json3-dev libreadline-dev)
 TEST_PACKAGES=(libgtest-dev binutils)
 LINT_PACKAGES=(clang clang-tidy clang-format)
 
