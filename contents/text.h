@@ -15,4 +15,8 @@ bool validateUtf8(const std::string& text, std::uint64_t& errorOffset);
 // open file" or "Failed to read file".
 std::string readTextFileOrRaise(const char* path);
 
+// The text itself when it is well-formed UTF-8. Empty after raising IOException "File is not valid
+// UTF-8 at byte N" when it is not.
+std::string validUtf8OrRaise(std::string text);
+
 }  // namespace quen::io

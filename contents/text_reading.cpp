@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "contents/text.h"
 #include "quen/io/entry_points.h"
@@ -36,6 +37,15 @@ std::string readTextFileOrRaise(const char* path) {
   return std::move(text).str();
 }
 
+std::string validUtf8OrRaise(std::string text) {
+  std::uint64_t errorOffset = 0;
+  if (validateUtf8(text, errorOffset)) return text;
+
+  const std::string message = "File is not valid UTF-8 at byte " + std::to_string(errorOffset);
+  raiseIOException(message.c_str());
+  return {};
+}
+
 }  // namespace quen::io
 
 namespace {
@@ -45,13 +55,7 @@ namespace {
 std::string readUtf8TextFileOrRaise(const char* path) {
   std::string text = readTextFileOrRaise(path);
   if (Quen_hasPendingError() != 0) return {};
-
-  std::uint64_t errorOffset = 0;
-  if (validateUtf8(text, errorOffset)) return text;
-
-  const std::string message = "File is not valid UTF-8 at byte " + std::to_string(errorOffset);
-  raiseIOException(message.c_str());
-  return {};
+  return validUtf8OrRaise(std::move(text));
 }
 
 }  // namespace

@@ -60,6 +60,64 @@ bool quen_io_Path__isNormalized(void* self);
 // Behaves as quen_io_Path__isNormalized.
 bool __quen_propget_quen_io_Path_isNormalized(void* self);
 
+// Path: from one path to another.
+// The file system is asked first; without an answer the texts alone decide. Neither form raises.
+
+// The path that leads from a base path object to the receiver, as the receiver's kind of path. The
+// receiver itself when the base is null or one of the two has no path. The parent traversal of
+// either is carried along.
+void* quen_io_Path_relativize(void* self, void* base);
+
+// The path that leads from a base path text to a target as a String; the target as it is for a null
+// base, "" for a null target.
+void* quen_io_Path__relativizePath(const char* target, const char* base);
+
+// Path: joining.
+// Lexical. None of them raises.
+
+// The operand, a path object or a path text, joined onto the receiver and normalized: a FolderPath
+// exactly when the operand's text ends in a slash or backslash. An operand with a root directory
+// replaces the receiver and its parent traversal. Null for a null receiver, the receiver itself for
+// a null operand.
+void* quen_io_Path_resolve(void* self, void* operand);
+
+// Behaves as quen_io_Path_resolve.
+void* quen_io_Path_resolve__dup2(void* self, void* operand);
+
+// Behaves as quen_io_Path_resolve.
+void* quen_io_Path_resolve__dup3(void* self, void* operand);
+
+// An operand text joined onto a base text as a normalized String. When one is empty, the other as
+// it is.
+void* quen_io_Path__resolvePath(const char* base, const char* operand);
+
+// Path: name, extension, kind, roots.
+// What is absent is the empty String. None of them raises.
+
+// The last name of the path as a String; "" for a path that ends in a slash.
+void* quen_io_Path_name(void* self);
+
+// Behaves as quen_io_Path_name.
+void* __quen_propget_quen_io_Path_name(void* self);
+
+// The last name of a path text as a String; "" for a text that ends in a slash.
+void* quen_io_Path__pathName(const char* path);
+
+// The extension of the last name, without its dot, as a String; "" for dot files.
+void* quen_io_Path_extension(void* self);
+
+// Behaves as quen_io_Path_extension.
+void* __quen_propget_quen_io_Path_extension(void* self);
+
+// The extension of a path text, without its dot, as a String; "" for dot files.
+void* quen_io_Path__pathExtension(const char* path);
+
+// What a path text names, as the runtime knows it: the String "directory", "file" or "unknown".
+void* quen_io_Path__pathKindPath(const char* path);
+
+// The roots of the file system: an ArrayList of the one String "/".
+void* quen_io_Path__rootStringsNative();
+
 // Path and FileInputStream: questions about an entry.
 // They answer false or 0 for everything they cannot answer. Links are followed but where it is
 // said.
@@ -112,6 +170,39 @@ std::int64_t __quen_propget_quen_io_Path_size(void* self);
 // Behaves as quen_io_Path__lastModified.
 std::int64_t __quen_propget_quen_io_Path_lastModified(void* self);
 
+// Path, FilePath and FolderPath: changes to an entry.
+// Each raises at most one IOException and leaves on disk what the failing step left.
+
+// Removes one file, link or empty folder. Raises "Path is empty" or "Cannot remove path", also when
+// there is nothing to remove.
+void quen_io_Path_remove(void* self);
+
+// Renames the entry to a new name inside its parent, or moves it to an absolute one, and lets the
+// receiver's "_path" name the new place. Raises "Invalid path" when either is empty, or "Cannot
+// rename path"; the receiver is then as it was.
+void quen_io_Path_rename(void* self, const char* newName);
+
+// Makes an empty file, or sets the time at which an existing one was last written to now. Raises
+// "Path is empty", "Path is a directory", "Cannot update file timestamp", "Cannot access path" or
+// "Cannot create file".
+void quen_io_FilePath_touch(void* self);
+
+// Behaves as quen_io_FilePath_touch.
+void quen_io_Path_touch(void* self);
+
+// Makes one folder; an existing one will do. Raises "Path is empty", "A non-directory path already
+// exists" or "Cannot create directory".
+void quen_io_FolderPath__mkdirNative(const char* path);
+
+// Makes a folder and those above it that are missing; an existing one will do. Raises "Path is
+// empty", "A non-directory path already exists" or "Cannot create directories".
+void quen_io_FolderPath__mkdirsNative(const char* path);
+
+// Removes an entry and everything below it, links as links; a missing one is no failure. Raises
+// "Path is empty", "Recursive deletion rejects unsafe root or parent traversal" (nothing is touched
+// then) or "Cannot remove directory recursively" (what was removed by then stays removed).
+void quen_io_FolderPath__removeAllNative(const char* path);
+
 // FolderPath: listing.
 
 // The names of a folder's entries as an ArrayList of Strings, in the order of the operating system,
@@ -133,6 +224,11 @@ void* quen_io_FileReader__readAllTextPath(const char* path);
 // may fall inside a character. Raises as quen_io_FileReader__readAllTextPath.
 void* quen_io_FileInputStream__readTextFromOffsetPath(const char* path, std::int64_t offset);
 
+// The beginning of the file as a String, at most `limit` bytes; a character that the limit cuts in
+// two is left out. A limit below 1 gives "" without opening the file. Raises as
+// quen_io_FileReader__readAllTextPath.
+void* quen_io_FileReader__readPrefixPath(const char* path, std::int64_t limit);
+
 // Reads up to `count` bytes from a position on into a Byte[] and gives the number read; 0 at the
 // end of the file. A position below 0 counts as 0. A count below 1 gives 0 whatever the path.
 // Raises IOException "File path is empty", "Cannot open file", "Cannot seek in file" or "Failed to
@@ -140,6 +236,67 @@ void* quen_io_FileInputStream__readTextFromOffsetPath(const char* path, std::int
 // and the destination does not take them; 0 then.
 std::int64_t quen_io_FileInputStream__readBytesPath(const char* path, std::int64_t position,
                                                     void* destination, std::int64_t count);
+
+// FileWriter, FileOutputStream and Files: one-shot writing.
+// Each opens the file, creating it when it is missing but no folder, writes, and closes it.
+// Failures raise IOException "File path is empty", "Cannot open file for writing" or "Failed to
+// write file"; a failure that shows only while closing is not noticed. Texts count up to their NUL.
+
+// Empties the file. True on success.
+bool quen_io_FileWriter__truncatePath(const char* path);
+
+// Behaves as quen_io_FileWriter__truncatePath.
+bool quen_io_FileOutputStream__truncatePath(const char* path);
+
+// Appends a text, which may be null.
+void quen_io_FileWriter__appendPath(const char* path, const char* text);
+
+// Behaves as quen_io_FileWriter__appendPath.
+void quen_io_FileOutputStream__appendTextPath(const char* path, const char* text);
+
+// Empties the file, then appends a text, which may be null; in between the file is empty.
+void quen_io_FileWriter__writePath(const char* path, const char* text);
+
+// Replaces the file's content with that of a Byte[]; null counts as no bytes. Raises TypeError with
+// the runtime's words, or "Expected Byte[]", for any other object; the file is then untouched.
+void quen_io_Files__writeBytesPath(const char* path, void* bytes);
+
+// Replaces the file's content with a prefix text, which may be null, and the content of a Byte[].
+// Raises as quen_io_Files__writeBytesPath.
+void quen_io_Files__writeBytesWithPrefixPath(const char* path, const char* prefix, void* bytes);
+
+// Appends the content of a Byte[]. Raises TypeError with the runtime's words, or "Expected Byte[]",
+// for any other object and for null; the file is then untouched.
+void quen_io_FileOutputStream__appendBytesPath(const char* path, void* bytes);
+
+// FileWriter: files that stay open.
+// A handle counts successful opens from 1 on and is never used again. Any thread may use any
+// handle; calls on one take turns.
+
+// Opens a file for writing, emptied, or to be appended to when `append` is not 0, and gives its
+// handle. Raises IOException "File path is empty" or "Cannot open file for writing"; 0 then.
+std::int64_t quen_io_FileWriter__openPath(const char* path, std::int32_t append);
+
+// Writes a text, up to its NUL; null is nothing to write. It may wait in the writer's buffer.
+// Raises IOException "File writer is closed" or "Failed to write file", also when an earlier call
+// failed.
+void quen_io_FileWriter__writeHandle(std::int64_t handle, const char* text);
+
+// Hands everything written so far to the system. Raises IOException "File writer is closed" or
+// "Failed to flush file", also when an earlier call failed.
+void quen_io_FileWriter__flushHandle(std::int64_t handle);
+
+// Flushes and closes the file; the handle is closed whatever comes of it. Does nothing for a handle
+// that is not open. Raises IOException "Failed to flush file before closing".
+void quen_io_FileWriter__closeHandle(std::int64_t handle);
+
+// TOML: strict input.
+
+// The whole file as a String, for a parser of TOML. Raises as quen_io_FileReader__readAllTextPath
+// when the file cannot be read, and quen.io.toml.TOMLParseException "Raw U+0000 is not allowed in
+// TOML input at byte N" or, without any, "TOML input is not valid UTF-8 at byte N"; the String is
+// then empty.
+void* quen_io_toml_TOML__readStrictPath(const char* path);
 
 // DocumentIndexStore: atomic publication.
 
@@ -151,5 +308,10 @@ std::int64_t quen_io_FileInputStream__readBytesPath(const char* path, std::int64
 void quen_data_internal_DocumentIndexStore__writeAtomic(const char* path, const char* content);
 
 }  // extern "C"
+
+// For other native code: whether a path must never be removed recursively. That is an empty path,
+// one with a ".." segment, one without an absolute form, a root, and exactly the folders that the
+// environment variables QUEN_HOME and HOME named when this was first asked.
+bool Quen_isUnsafeRecursiveDeletePath(const char* path);
 
 #pragma GCC visibility pop

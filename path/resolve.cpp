@@ -1,0 +1,76 @@
+// Joining a second path onto a first: one with a root directory replaces it, any other is appended,
+// and the result is brought to normal form.
+//
+// The method takes a path object or a path text as operand and finds out which it was given.
+// Whether the result is a folder is decided by the operand's text alone.
+
+#include <filesystem>
+#include <string_view>
+
+#include "quen/io/entry_points.h"
+#include "quen/io/operations.h"
+#include "runtime/conventions.h"
+
+namespace fs = std::filesystem;
+using namespace quen::io;
+
+namespace {
+
+fs::path join(const fs::path& base, const fs::path& operand) {
+  if (operand.has_root_directory()) return operand.lexically_normal();
+  return (base / operand).lexically_normal();
+}
+
+bool haveExplicitWindowsRoot(const char* base, const char* operand) {
+  return Quen_pathHasExplicitWindowsRoot(base) || Quen_pathHasExplicitWindowsRoot(operand);
+}
+
+bool endsInSeparator(std::string_view text) { return text.ends_with('/') || text.ends_with('\\'); }
+
+// A replaced receiver takes its parent traversal with it.
+void* quen_io_Path_resolve_string_impl(void* self, const char* operandText, bool operandTraversal) {
+  if (self == nullptr) return nullptr;
+  if (operandText == nullptr) return self;
+
+  const char* baseText = Quen_filePathFromObject(self);
+  const fs::path base = Quen_runtimeFsPath(baseText);
+  const fs::path operand = Quen_runtimeFsPath(operandText);
+  const bool windowsRoot = haveExplicitWindowsRoot(baseText, operandText);
+  const fs::path resolved = join(base, operand);
+  const bool parentTraversal =
+      operandTraversal || containsParentTraversalSegment(operandText) ||
+      (!operand.has_root_directory() && carriesParentTraversal(self, baseText));
+  const bool folder = endsInSeparator(operandText);
+  return Quen_allocTypedPathObjectFromPath(resolved, !folder, windowsRoot, parentTraversal);
+}
+
+}  // namespace
+
+// An object without a path is joined as the empty text; a null text is no operand at all.
+void* quen_io_Path_resolve(void* self, void* operand) {
+  if (!hasObjectMagic(operand)) {
+    return quen_io_Path_resolve_string_impl(self, static_cast<const char*>(operand), false);
+  }
+  const char* text = Quen_filePathFromObject(operand);
+  const bool parentTraversal = carriesParentTraversal(operand, text);
+  return quen_io_Path_resolve_string_impl(self, text == nullptr ? "" : text, parentTraversal);
+}
+
+// Unlike the method, which appends it, the native member leaves the base alone for an empty
+// operand.
+void* quen_io_Path__resolvePath(const char* base, const char* operand) {
+  if (isEmpty(base)) return Quen_allocString(operand == nullptr ? "" : operand);
+  if (isEmpty(operand)) return Quen_allocString(base);
+
+  const bool windowsRoot = haveExplicitWindowsRoot(base, operand);
+  const fs::path basePath = Quen_runtimeFsPath(base);
+  const fs::path operandPath = Quen_runtimeFsPath(operand);
+  return Quen_allocPathString(join(basePath, operandPath), windowsRoot);
+}
+
+void* quen_io_Path_resolve__dup2(void* self, void* operand) {
+  return quen_io_Path_resolve(self, operand);
+}
+void* quen_io_Path_resolve__dup3(void* self, void* operand) {
+  return quen_io_Path_resolve(self, operand);
+}

@@ -1,0 +1,150 @@
+// The lexical operations on many generated texts, against what the standard library's path gives.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "quen/io/entry_points.h"
+#include "quen/io/operations.h"
+#include "runtime/small/host.h"
+#include "tests/support/boundary_test.h"
+#include "tests/support/generator.h"
+#include "tests/support/path_objects.h"
+
+namespace fs = std::filesystem;
+namespace small = quen::small;
+
+namespace {
+
+using quen::tests::Seen;
+using quen::tests::seen;
+
+// For each of the five tests, which makes a million and a quarter on every run.
+constexpr std::size_t kTexts = quen::tests::generatedInputs(250'000);
+
+// Few letters and many dots, so that "." and ".." come up often.
+constexpr std::string_view kAlphabet = "ab..../\\/";
+constexpr std::size_t kLongest = 24;
+
+// Found in another way than the module does.
+bool hasParentSegment(std::string text) {
+  std::replace(text.begin(), text.end(), '\\', '/');
+  return ("/" + text + "/").find("/../") != std::string::npos;
+}
+
+// A path object of some class, with or without the sticky flag.
+struct Given {
+  std::string text;
+  bool folder;
+  bool sticky;
+  void* object;
+
+  const char* chars() const { return text.c_str(); }
+  fs::path path() const { return text; }
+  bool traversal() const { return sticky || hasParentSegment(text); }
+};
+
+class GeneratedPaths : public quen::tests::BoundaryTest {
+ protected:
+  // Hands the body one path after the other, until one fails.
+  template <typename Body>
+  void forEachPath(Body body) {
+    for (std::size_t i = 0; i < kTexts; ++i) {
+      const small::Scope objectsOfThisPath;
+      const Given path = generate();
+      body(path);
+      if (HasFailure()) {
+        FAIL() << generator.describe() << "\n  path " << i << ": " << seen(path.object);
+      }
+    }
+  }
+
+  Given generate() {
+    const std::string text = generator.text(kAlphabet, kLongest);
+    const bool folder = generator.coin();
+    const bool sticky = generator.below(4) == 0;
+    return {text, folder, sticky, Quen_allocTypedPathObjectFromPath(text, !folder, false, sticky)};
+  }
+
+  quen::tests::Generator generator;
+};
+
+TEST_F(GeneratedPaths, NormalizeAsTheStandardLibraryDoes) {
+  forEachPath([](const Given& path) {
+    const fs::path normal = path.path().lexically_normal();
+
+    EXPECT_EQ(seen(quen_io_Path_normalize(path.object)),
+              (Seen{normal, path.folder, path.traversal()}));
+    EXPECT_EQ(text(quen_io_Path__normalizePath(path.chars())), normal);
+  });
+}
+
+TEST_F(GeneratedPaths, AreAbsoluteAndNormalizedAsTheStandardLibraryHasIt) {
+  forEachPath([](const Given& path) {
+    const bool absolute = path.path().has_root_directory();
+    const bool normalized =
+        !path.text.empty() && path.path().compare(path.path().lexically_normal()) == 0;
+
+    EXPECT_EQ(quen_io_Path__isAbsolute(path.object), absolute);
+    EXPECT_EQ(__quen_propget_quen_io_Path_isAbsolute(path.object), absolute);
+    EXPECT_EQ(quen_io_Path__isNormalized(path.object), normalized);
+    EXPECT_EQ(__quen_propget_quen_io_Path_isNormalized(path.object), normalized);
+  });
+}
+
+TEST_F(GeneratedPaths, HaveTheParentThatTheStandardLibraryFinds) {
+  forEachPath([](const Given& path) {
+    const fs::path parent = path.path().parent_path().lexically_normal();
+
+    EXPECT_EQ(seen(quen_io_Path_parent(path.object)),
+              parent.empty() ? Seen{} : (Seen{parent, true, path.traversal()}));
+    EXPECT_EQ(text(quen_io_Path__parentPath(path.chars())), parent);
+  });
+}
+
+TEST_F(GeneratedPaths, HaveTheNameAndExtensionThatTheStandardLibraryFinds) {
+  forEachPath([](const Given& path) {
+    const std::string name = path.path().filename();
+    const std::string dotted = path.path().extension();
+    const std::string extension = dotted.empty() ? "" : dotted.substr(1);
+
+    EXPECT_EQ(text(quen_io_Path_name(path.object)), name);
+    EXPECT_EQ(text(__quen_propget_quen_io_Path_name(path.object)), name);
+    EXPECT_EQ(text(quen_io_Path__pathName(path.chars())), name);
+    EXPECT_EQ(text(quen_io_Path_extension(path.object)), extension);
+    EXPECT_EQ(text(__quen_propget_quen_io_Path_extension(path.object)), extension);
+    EXPECT_EQ(text(quen_io_Path__pathExtension(path.chars())), extension);
+  });
+}
+
+TEST_F(GeneratedPaths, ResolveAsTheStandardLibraryJoins) {
+  constexpr std::array kOverloads = {quen_io_Path_resolve, quen_io_Path_resolve__dup2,
+                                     quen_io_Path_resolve__dup3};
+
+  forEachPath([&](const Given& base) {
+    Given operand = generate();
+    const auto resolve = kOverloads[generator.below(kOverloads.size())];
+
+    const bool replaces = operand.path().has_root_directory();
+    const fs::path joined = replaces ? operand.path() : base.path() / operand.path();
+    const std::string resolved = joined.lexically_normal();
+    const bool folder = operand.text.ends_with('/') || operand.text.ends_with('\\');
+    const bool ofBase = !replaces && base.traversal();
+
+    EXPECT_EQ(seen(resolve(base.object, operand.object)),
+              (Seen{resolved, folder, operand.traversal() || ofBase}));
+    EXPECT_EQ(seen(resolve(base.object, operand.text.data())),
+              (Seen{resolved, folder, hasParentSegment(operand.text) || ofBase}));
+    const std::string expected = base.text.empty()      ? operand.text
+                                 : operand.text.empty() ? base.text
+                                                        : resolved;
+    EXPECT_EQ(text(quen_io_Path__resolvePath(base.chars(), operand.chars())), expected);
+    if (HasFailure()) FAIL() << "the operand was " << seen(operand.object);
+  });
+}
+
+}  // namespace

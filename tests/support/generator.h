@@ -1,0 +1,56 @@
+// What tests on generated input share: where the sequence begins, and how long it is.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <string>
+
+namespace quen::tests {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
+#else
+inline constexpr bool kSanitized = false;
+#endif
+
+// Sanitizers slow every call down; a tenth of the inputs keeps a run with them as short.
+constexpr std::size_t generatedInputs(std::size_t count) { return kSanitized ? count / 10 : count; }
+
+// Another sequence on every run. A failing test names its seed, and QUEN_IO_SEED=<seed> brings the
+// same sequence back.
+class Generator {
+ public:
+  std::string describe() const { return "QUEN_IO_SEED=" + std::to_string(seed_); }
+
+  // One of `count` numbers from 0 on.
+  std::size_t below(std::size_t count) { return random_() % count; }
+  bool coin() { return below(2) == 0; }
+
+  // Up to `most` characters, each drawn from the alphabet.
+  template <typename Alphabet>
+  std::string text(const Alphabet& alphabet, std::size_t most) {
+    std::string text(below(most + 1), '\0');
+    for (char& character : text) character = alphabet[below(alphabet.size())];
+    return text;
+  }
+
+ private:
+  static std::uint64_t chooseSeed() {
+    if (const char* given = std::getenv("QUEN_IO_SEED")) return std::strtoull(given, nullptr, 10);
+    std::random_device device;
+    return (std::uint64_t{device()} << 32) | device();
+  }
+
+  std::uint64_t seed_ = chooseSeed();
+  std::mt19937_64 random_{seed_};
+};
+
+}  // namespace quen::tests

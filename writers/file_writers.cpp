@@ -1,0 +1,119 @@
+// Files that stay open across many calls, addressed by handles.
+//
+// Two kinds of locks, never nested: the registry's is held to find, insert or remove an entry, a
+// writer's own for one write, flush or close. So a writer that hangs delays nobody else. Whoever
+// works on a writer shares its ownership, and a close does not take it away from under them.
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
+
+#include "quen/io/entry_points.h"
+#include "quen/io/operations.h"
+#include "runtime/conventions.h"
+
+using namespace quen::io;
+
+namespace {
+
+// The stream's error state is never cleared: a writer that failed once fails until it is closed.
+struct FileWriterState {
+  std::mutex mutex;  // guards the stream
+  std::ofstream stream;
+};
+
+using FileWriter = std::shared_ptr<FileWriterState>;
+
+// Writers still open at exit are closed when this is destroyed; their failures go unnoticed.
+std::unordered_map<std::int64_t, FileWriter> gFileWriters;
+
+// Guards gFileWriters. No file is touched and no writer's lock taken while it is held.
+std::mutex gFileWriterRegistryMutex;
+
+// Moves on successful opens only, so that handles count them, and none is ever used again.
+std::atomic<std::int64_t> gNextFileWriterHandle{1};
+
+FileWriter fileWriterStateOrRaise(std::int64_t handle) {
+  if (handle < 1) {
+    raiseIOException("File writer is closed");
+    return nullptr;
+  }
+  const std::lock_guard lock(gFileWriterRegistryMutex);
+  const auto entry = gFileWriters.find(handle);
+  if (entry == gFileWriters.end()) {
+    raiseIOException("File writer is closed");
+    return nullptr;
+  }
+  return entry->second;
+}
+
+// From here on no other call knows the handle. Empty when none did before.
+FileWriter unregister(std::int64_t handle) {
+  if (handle < 1) return nullptr;
+  const std::lock_guard lock(gFileWriterRegistryMutex);
+  const auto entry = gFileWriters.find(handle);
+  if (entry == gFileWriters.end()) return nullptr;
+
+  FileWriter writer = std::move(entry->second);
+  gFileWriters.erase(entry);
+  return writer;
+}
+
+}  // namespace
+
+std::int64_t quen_io_FileWriter__openPath(const char* path, std::int32_t append) {
+  if (!requirePath(path, "File path is empty")) return 0;
+
+  const auto writer = std::make_shared<FileWriterState>();
+  const std::ios::openmode mode = append != 0 ? std::ios::app : std::ios::trunc;
+  writer->stream.open(Quen_runtimeFsPath(path).native(), std::ios::out | std::ios::binary | mode);
+  if (!writer->stream) {
+    raiseIOException("Cannot open file for writing");
+    return 0;
+  }
+  const std::int64_t handle = gNextFileWriterHandle.fetch_add(1);
+  const std::lock_guard lock(gFileWriterRegistryMutex);
+  gFileWriters.try_emplace(handle, writer);
+  return handle;
+}
+
+// The state is looked at also when there was nothing to write.
+void quen_io_FileWriter__writeHandle(std::int64_t handle, const char* text) {
+  const FileWriter writer = fileWriterStateOrRaise(handle);
+  if (!writer) return;
+
+  const std::lock_guard lock(writer->mutex);
+  if (text != nullptr) {
+    writer->stream.write(text, static_cast<std::streamsize>(std::strlen(text)));
+  }
+  if (!writer->stream.good()) raiseIOException("Failed to write file");
+}
+
+void quen_io_FileWriter__flushHandle(std::int64_t handle) {
+  const FileWriter writer = fileWriterStateOrRaise(handle);
+  if (!writer) return;
+
+  const std::lock_guard lock(writer->mutex);
+  writer->stream.flush();
+  if (!writer->stream.good()) raiseIOException("Failed to flush file");
+}
+
+// The handle is gone whatever comes of it. A file that cannot be flushed is left to be closed with
+// the last use of the writer.
+void quen_io_FileWriter__closeHandle(std::int64_t handle) {
+  const FileWriter writer = unregister(handle);
+  if (!writer) return;
+
+  const std::lock_guard lock(writer->mutex);
+  writer->stream.flush();
+  if (!writer->stream.good()) {
+    raiseIOException("Failed to flush file before closing");
+    return;
+  }
+  writer->stream.close();
+}
