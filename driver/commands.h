@@ -22,12 +22,14 @@ struct IndexOptions {
 
 int runIndex(const IndexOptions& options);
 int runCall(const std::string& name, const std::vector<std::string>& words, bool json);
+int runCheck(const std::vector<std::string>& files);
 int runList(const std::vector<std::string>& names);
 int runShell();
 
 // What --help tells about them.
 extern const char* const kIndexHelp;
 extern const char* const kCallHelp;
+extern const char* const kCheckHelp;
 extern const char* const kShellHelp;
 
 // One line on standard error.

@@ -23,7 +23,9 @@ const std::string kGap = "\n\n";
 const std::string kExitStatusHelp =
     "Exit status:\n"
     "  0    all went well\n"
-    "  1    the call raised an exception; the index is published, but something could not be read\n"
+    "  1    the call raised an exception; the index is published, but something could not be "
+    "read;\n"
+    "       a file failed the check\n"
     "  2    wrong usage\n"
     "  3    the index could not be published, or the folder not be walked\n"
     "  130  interrupted";
@@ -63,6 +65,12 @@ int run(int argc, char** argv) {
   call->allow_extras();
   call->footer(kCallHelp + kGap + kArgumentsHelp + kGap + kNamesHelp + kGap + kExitStatusHelp);
 
+  CLI::App* check =
+      app.add_subcommand("check", "Tells which files are not the text they should be.");
+  std::vector<std::string> files;
+  check->add_option("FILE", files, "What to check")->required();
+  check->footer(kCheckHelp + kGap + kExitStatusHelp);
+
   CLI::App* list = app.add_subcommand("list", "Prints every entry point and what it does.");
   std::vector<std::string> entries;
   list->add_option("ENTRY", entries, "Only these, with all that there is to say about them");
@@ -81,6 +89,7 @@ int run(int argc, char** argv) {
   }
   if (index->parsed()) return runIndex(options);
   if (call->parsed()) return runCall(entry, wordsOf(*call), json);
+  if (check->parsed()) return runCheck(files);
   if (list->parsed()) return runList(entries);
   return runShell();
 }

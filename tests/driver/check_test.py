@@ -1,0 +1,76 @@
+#!/usr/bin/env python3
+"""quen-io check: one line for each file that fails, and an exit status that tells."""
+
+import unittest
+
+from support import ERASE_LINE, DriverTest, Terminal, run, run_unprivileged
+
+
+class Check(DriverTest):
+    def test_of_good_files_says_nothing(self):
+        files = [self.file("a.txt", "h\u00e9llo".encode()), self.file("b.toml", b"a = 1\n"),
+                 self.file("nul.txt", b"a\0b"), self.file("empty")]
+
+        self.assert_output(["check", *files], "")
+
+    def test_tells_each_file_that_fails_and_why(self):
+        text = self.file("bad.txt", b"abc\x80")
+        both = self.file("both.toml", b"\x80bc\0")
+        toml = self.file("bad.toml", b"a\xc3")
+        good = self.file("good.toml", b"")
+
+        result = run("check", text, both, good, toml)
+
+        self.assertEqual(result.stdout.decode().splitlines(), [
+            f"{text}: File is not valid UTF-8 at byte 3",
+            f"{both}: Raw U+0000 is not allowed in TOML input at byte 3",
+            f"{toml}: TOML input is not valid UTF-8 at byte 1"])
+        self.assertEqual(result.stderr, b"")
+        self.assertEqual(result.returncode, 1)
+
+    def test_tells_what_cannot_be_read(self):
+        missing = self.scratch / "missing"
+
+        result = run("check", missing, self.scratch)
+
+        self.assertEqual(result.stdout.decode().splitlines(),
+                         [f"{missing}: Cannot open file", f"{self.scratch}: Path is a directory"])
+        self.assertEqual(result.returncode, 1)
+
+    def test_tells_what_may_not_be_read(self):
+        closed = self.file("closed")
+        self.scratch.chmod(0o755)
+        closed.chmod(0)
+
+        result = run_unprivileged("check", closed, cwd=self.scratch)
+
+        self.assertEqual(result.stdout.decode(), f"{closed}: Cannot open file\n")
+        self.assertEqual(result.returncode, 1)
+
+    def test_shows_no_name_raw(self):
+        file = self.file("a\x1b[31m\n.txt", b"\xff")
+
+        result = run("check", file)
+
+        self.assertEqual(result.stdout.count(b"\n"), 1)
+        self.assertNotIn(b"\x1b", result.stdout)
+        self.assertEqual(result.returncode, 1)
+
+    def test_shows_how_far_it_is_on_a_terminal_only(self):
+        files = [self.file("a.txt"), self.file("b.txt", b"\xff")]
+
+        with Terminal("check", *files) as terminal:
+            self.assertEqual(terminal.finish(), 1)
+            self.assertIn(ERASE_LINE, terminal.shown)
+        self.assertNotIn(ERASE_LINE, run("check", *files).stderr)
+
+    def test_without_a_file_is_wrong_usage(self):
+        result = run("check")
+
+        self.assertEqual(result.stdout, b"")
+        self.assertEqual(len(result.stderr.splitlines()), 1)
+        self.assertEqual(result.returncode, 2)
+
+
+if __name__ == "__main__":
+    unittest.main()
