@@ -1,14 +1,12 @@
 // The small accessors of a path: its last name, the extension of that name, the kind of the entry
 // as a word, and the roots of the file system. What is absent is the empty String, never null.
 
-#include <filesystem>
 #include <string>
 
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
 #include "runtime/conventions.h"
 
-namespace fs = std::filesystem;
 using namespace quen::io;
 
 namespace {
