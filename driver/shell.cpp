@@ -1,12 +1,14 @@
 // quen-io shell: calls line by line, with results that later lines can use.
 
+#include <poll.h>
 #include <readline/history.h>
 #include <readline/readline.h>
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
 #include <csignal>
-#include <cstdio>  // what readline's headers leave out
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
@@ -31,12 +33,10 @@ const char* const kShellHelp =
     "  [$NAME =] ENTRY ARG...   calls an entry point\n"
     "  [$NAME =] VALUE          makes or shows a value: path:a/b, bytes:16, $1\n"
     "  help [ENTRY]   list   exit\n"
-    "A result gets the name it is given, or the next of $1, $2 and so on. Words are split at "
-    "spaces;\n"
-    "'single' and \"double\" quotes and a backslash keep them together. A line that begins with # "
-    "is\n"
-    "left out. A line that fails says so on standard error, and the next one goes on; when lines\n"
-    "come from a pipe or a file, the exit status is 1 in the end.\n"
+    "A result gets the name it is given, or the next of $1, $2 and so on. Words are split at\n"
+    "spaces; 'single' and \"double\" quotes and a backslash keep them together. A line that\n"
+    "begins with # is left out. A line that fails says so on standard error, and the next one\n"
+    "goes on; when lines come from a pipe or a file, the exit status is 1 in the end.\n"
     "On a terminal there is a history, kept in $XDG_STATE_HOME/quen-io/history or\n"
     "~/.local/state/quen-io/history, and the tab key completes entry points, forms of arguments,\n"
     "results and paths, those with spaces within quotes.";
@@ -180,29 +180,40 @@ int runLines(Session& session) {
 
 volatile std::sig_atomic_t gInterrupted = 0;
 
+// What was blocked before a line is typed. Meanwhile an interrupt is, but for where a key is waited
+// for, so that none comes unnoticed between looking at the flag and waiting.
+sigset_t gUsualSignals;
+
 // Reads a key as readline does, but an interrupt gives up the line instead of the process.
 int readKey(std::FILE* input) {
-  for (;;) {
-    unsigned char key = 0;
-    const ssize_t count = read(fileno(input), &key, 1);
-    if (count == 1) return key;
-    if (count == 0 || errno != EINTR) return EOF;
-    if (gInterrupted != 0) {
-      gInterrupted = 0;
-      rl_replace_line("", 0);
-      return '\n';
-    }
+  pollfd keyboard = {fileno(input), POLLIN, 0};
+  while (ppoll(&keyboard, 1, nullptr, &gUsualSignals) < 0) {
+    if (errno != EINTR) return EOF;
+    if (gInterrupted == 0) continue;
+    gInterrupted = 0;
+    rl_replace_line("", 0);
+    return '\n';
   }
+  unsigned char key = 0;
+  return read(fileno(input), &key, 1) == 1 ? key : EOF;
 }
 
-// A line from the terminal. Only while it is typed is an interrupt more than the end of the
-// process: a call that waits for a pipe can be ended by one.
+// Only while a line is typed is an interrupt more than the end of the process: a call that waits
+// for a pipe can be ended by one.
 std::optional<std::string> readTypedLine() {
+  gInterrupted = 0;
   struct sigaction interrupt = {};
   struct sigaction usual = {};
   interrupt.sa_handler = [](int) { gInterrupted = 1; };
   sigaction(SIGINT, &interrupt, &usual);
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGINT);
+  sigprocmask(SIG_BLOCK, &blocked, &gUsualSignals);
+
   const std::unique_ptr<char, void (*)(void*)> line(readline("quen-io> "), std::free);
+
+  sigprocmask(SIG_SETMASK, &gUsualSignals, nullptr);
   sigaction(SIGINT, &usual, nullptr);
   if (line == nullptr) return std::nullopt;
   return line.get();
