@@ -17,6 +17,15 @@ using namespace quen::io;
 
 namespace quen::io {
 
+namespace {
+
+std::string failWith(const char* message) {
+  raiseIOException(message);
+  return {};
+}
+
+}  // namespace
+
 // Only the file's own stream is asked how it went. An insertion that copies nothing (an empty file)
 // or that stops short (a directory, a read error) is noted by the string stream alone, so what was
 // read until then is the text.
@@ -24,16 +33,11 @@ std::string readTextFileOrRaise(const char* path) {
   if (!requirePath(path, "File path is empty")) return {};
 
   std::ifstream file(Quen_runtimeFsPath(path), std::ios::in | std::ios::binary);
-  if (!file) {
-    raiseIOException("Cannot open file");
-    return {};
-  }
+  if (!file) return failWith("Cannot open file");
+
   std::ostringstream text;
   text << file.rdbuf();
-  if (!file.good() && !file.eof()) {
-    raiseIOException("Failed to read file");
-    return {};
-  }
+  if (!file.good() && !file.eof()) return failWith("Failed to read file");
   return std::move(text).str();
 }
 
@@ -42,8 +46,7 @@ std::string validUtf8OrRaise(std::string text) {
   if (validateUtf8(text, errorOffset)) return text;
 
   const std::string message = "File is not valid UTF-8 at byte " + std::to_string(errorOffset);
-  raiseIOException(message.c_str());
-  return {};
+  return failWith(message.c_str());
 }
 
 }  // namespace quen::io

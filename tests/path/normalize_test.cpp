@@ -103,14 +103,14 @@ TEST_F(Normalize, GivesTheLexicalNormalForm) {
 }
 
 TEST_F(Normalize, KeepsTheKindOfPath) {
-  ASSERT_TRUE(defineClass("app.Home", "quen.io.FolderPath", {}));
-  void* home = newObject("app.Home");
-  Quen_setField_ptr(home, "_path", newString("./h"));
+  ASSERT_TRUE(defineClass("app.Shelf", "quen.io.FolderPath", {}));
+  void* shelf = newObject("app.Shelf");
+  Quen_setField_ptr(shelf, "_path", newString("./h"));
 
   void* folder = quen_io_Path_normalize(newFolderPath("x/./y/"));
   EXPECT_EQ(pathText(folder), "x/y/");
   EXPECT_TRUE(isFolderPath(folder));
-  EXPECT_TRUE(isFolderPath(quen_io_Path_normalize(home))) << "a subclass is a folder, too";
+  EXPECT_TRUE(isFolderPath(quen_io_Path_normalize(shelf))) << "a subclass is a folder, too";
   EXPECT_FALSE(isFolderPath(quen_io_Path_normalize(newFilePath("x"))));
 }
 
