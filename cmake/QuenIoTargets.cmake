@@ -7,13 +7,14 @@ function(quen_io_configure target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set_target_properties(${target} PROPERTIES
     CXX_EXTENSIONS OFF
+    COMPILE_WARNING_AS_ERROR ON
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
   target_include_directories(${target}
     PRIVATE ${PROJECT_SOURCE_DIR}
     PUBLIC ${PROJECT_SOURCE_DIR}/runtime/include)
   target_compile_options(${target} PRIVATE
-    -Wall -Wextra -Wpedantic -Werror
+    -Wall -Wextra -Wpedantic
     -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wuseless-cast
     -Wmissing-declarations -Wnon-virtual-dtor -Woverloaded-virtual
     -Wcast-align -Wformat=2 -Wimplicit-fallthrough -Wextra-semi)

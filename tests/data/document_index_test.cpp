@@ -196,4 +196,20 @@ TEST_F(WriteAtomic, EmptiesALeftOverTemporaryFirst) {
   inFreshProcess("DISABLED_Fresh.ALeftOverTemporaryIsEmptiedFirst");
 }
 
+// A text that the stream's buffer could hold: only the flush tells that the device is full.
+TEST_F(WriteAtomic, DISABLED_NoticesAFullDeviceForAFewBytes) {
+  scratch.file("index", "old");
+  scratch.link("index.tmp-1", "/dev/full");
+
+  quen_data_internal_DocumentIndexStore__writeAtomic((scratch / "index").c_str(), "abc");
+
+  EXPECT_EQ(raised(), "IOException: Cannot write temporary document index");
+  EXPECT_EQ(contents(scratch / "index"), "old");
+  EXPECT_EQ(namesIn(scratch.path()), "index");
+}
+
+TEST_F(WriteAtomic, NoticesAFullDeviceForAFewBytes) {
+  inFreshProcess("WriteAtomic.DISABLED_NoticesAFullDeviceForAFewBytes");
+}
+
 }  // namespace

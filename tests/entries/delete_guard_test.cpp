@@ -202,6 +202,21 @@ TEST_F(Guard, DISABLED_RefusesBothHomes) {
 
 TEST_F(Guard, RefusesBothHomes) { inFreshProcess("Guard.DISABLED_RefusesBothHomes"); }
 
+TEST_F(Guard, DISABLED_ReadsTheHomesOnceForAllThreads) {
+  setHomes("", scratch.folder("first"));
+  EXPECT_TRUE(isUnsafe(scratch / "first"));
+  setHomes("", scratch.folder("second"));
+
+  std::jthread([this] {
+    EXPECT_TRUE(isUnsafe(scratch / "first"));
+    EXPECT_FALSE(isUnsafe(scratch / "second"));
+  }).join();
+}
+
+TEST_F(Guard, ReadsTheHomesOnceForAllThreads) {
+  inFreshProcess("Guard.DISABLED_ReadsTheHomesOnceForAllThreads");
+}
+
 TEST_F(Guard, DISABLED_RefusesTheOneHomeThatBothVariablesName) {
   const fs::path home = scratch.folder("home");
   setHomes(scratch.link("link", home), home);

@@ -97,7 +97,7 @@ MUTANTS = [
     # contents/prefix_reading.cpp
     ("contents/prefix_reading.cpp", "if (limit <= 0) return {};", "if (limit < 0) return {};"),
     ("contents/prefix_reading.cpp", "(byte & 0xE0u) == 0xC0u", "byte >= 0xC2u && (byte & 0xE0u) == 0xC0u"),
-    ("contents/prefix_reading.cpp", "while (lead > 0 &&", "while (lead + 3 >= text.size() && lead > 0 &&"),
+    ("contents/prefix_reading.cpp", "while (lead > 0 &&", "while (lead + 1 >= text.size() && lead > 0 &&"),
     ("contents/prefix_reading.cpp", "dropIncompleteTail(prefix);", ""),
     ("contents/prefix_reading.cpp", "prefix.resize(static_cast<std::size_t>(file.gcount()));", ""),
     # contents/byte_reading.cpp
