@@ -20,7 +20,9 @@ std::int64_t quen_io_FileInputStream__readBytesPath(const char* path, std::int64
   if (count < 1) return 0;
   if (!requirePath(path, "File path is empty")) return 0;
 
-  std::ifstream file(Quen_runtimeFsPath(path), std::ios::in | std::ios::binary);
+  std::ifstream file;
+  file.rdbuf()->pubsetbuf(nullptr, 0);  // a buffer would be filled with bytes nobody asked for
+  file.open(Quen_runtimeFsPath(path), std::ios::in | std::ios::binary);
   if (!file) {
     raiseIOException("Cannot open file");
     return 0;
@@ -30,8 +32,9 @@ std::int64_t quen_io_FileInputStream__readBytesPath(const char* path, std::int64
     raiseIOException("Cannot seek in file");
     return 0;
   }
-  const auto bytes = std::make_unique<char[]>(static_cast<std::size_t>(count));
-  file.read(bytes.get(), count);
+  const auto bytes =
+      std::make_unique_for_overwrite<std::uint8_t[]>(static_cast<std::size_t>(count));
+  file.read(reinterpret_cast<char*>(bytes.get()), count);
   if (file.bad() || (file.fail() && !file.eof())) {
     raiseIOException("Failed to read file");
     return 0;
@@ -40,8 +43,8 @@ std::int64_t quen_io_FileInputStream__readBytesPath(const char* path, std::int64
   if (delivered == 0) return 0;
 
   std::string error;
-  const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.get());
-  if (!Quen_writeByteArrayData(destination, data, static_cast<std::uint64_t>(delivered), error)) {
+  if (!Quen_writeByteArrayData(destination, bytes.get(), static_cast<std::uint64_t>(delivered),
+                               error)) {
     raiseTypeError(error);
     return 0;
   }

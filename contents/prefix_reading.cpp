@@ -42,20 +42,23 @@ std::string readTextFilePrefixOrRaise(const char* path, std::int64_t limit) {
   if (!requirePath(path, "File path is empty")) return {};
   if (limit <= 0) return {};
 
-  std::ifstream file(Quen_runtimeFsPath(path), std::ios::in | std::ios::binary);
+  std::ifstream file;
+  file.rdbuf()->pubsetbuf(nullptr, 0);  // a buffer would be filled beyond the limit
+  file.open(Quen_runtimeFsPath(path), std::ios::in | std::ios::binary);
   if (!file) {
     raiseIOException("Cannot open file");
     return {};
   }
-  std::string prefix(static_cast<std::size_t>(limit), '\0');
-  file.read(prefix.data(), limit);
-  prefix.resize(static_cast<std::size_t>(file.gcount()));
+  std::string prefix;
+  prefix.resize_and_overwrite(static_cast<std::size_t>(limit), [&](char* bytes, std::size_t) {
+    return static_cast<std::size_t>(file.read(bytes, limit).gcount());
+  });
   if (!file.good() && !file.eof()) {
     raiseIOException("Failed to read file");
     return {};
   }
   dropIncompleteTail(prefix);
-  return validUtf8OrRaise(std::move(prefix));
+  return validUtf8OrRaise({std::move(prefix)});
 }
 
 }  // namespace

@@ -23,12 +23,14 @@ void* refuse(const char* fault, std::uint64_t offset) {
 // A raw U+0000 anywhere comes before an invalid sequence anywhere: it is valid UTF-8 and would not
 // be found otherwise. A file that could not be read is empty here, its exception pending already.
 void* quen_io_toml_TOML__readStrictPath(const char* path) {
-  const std::string text = readTextFileOrRaise(path);
+  const FileText text = readTextFileOrRaise(path);
 
-  const std::size_t nul = text.find('\0');
+  const std::size_t nul = text.bytes.find('\0');
   if (nul != std::string::npos) return refuse("Raw U+0000 is not allowed in TOML input", nul);
 
   std::uint64_t errorOffset = 0;
-  if (!validateUtf8(text, errorOffset)) return refuse("TOML input is not valid UTF-8", errorOffset);
-  return Quen_allocString(text);
+  if (!validateUtf8(text.bytes, errorOffset, text.wellFormed)) {
+    return refuse("TOML input is not valid UTF-8", errorOffset);
+  }
+  return Quen_allocString(text.bytes);
 }
