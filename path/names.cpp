@@ -1,12 +1,15 @@
 // The small accessors of a path: its last name, the extension of that name, the kind of the entry
 // as a word, and the roots of the file system. What is absent is the empty String, never null.
 
+#include <filesystem>
+#include <iterator>
 #include <string>
 
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
 #include "runtime/conventions.h"
 
+namespace fs = std::filesystem;
 using namespace quen::io;
 
 namespace {
@@ -21,10 +24,15 @@ const char* kindWord(QuenPathEntryKind kind) {
 
 }  // namespace
 
-// A path that ends in a separator has no last name, which is still the runtime's to spell.
+// A path that ends in a separator has no last name, which is still the runtime's to spell. Any
+// other holds its last name already, and lends it.
 void* quen_io_Path__pathName(const char* path) {
   if (isEmpty(path)) return Quen_allocString("");
-  return Quen_allocPathString(Quen_runtimeFsPath(path).filename(), true);
+
+  const fs::path given = Quen_runtimeFsPath(path);
+  if (!given.has_filename()) return Quen_allocPathString(fs::path(), true);
+  const auto last = std::prev(given.end());
+  return Quen_allocPathString(*last, true);
 }
 
 void* quen_io_Path_name(void* self) {

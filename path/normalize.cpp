@@ -4,10 +4,14 @@
 // The parent-traversal flag comes from the receiver and never from the result: "a/../b" normalizes
 // to "b" and still carries it.
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
+#include "path/normal_form.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
 #include "runtime/conventions.h"
@@ -17,16 +21,27 @@ using namespace quen::io;
 
 namespace {
 
+// What stands before the last element and its separators; the root when nothing else does.
+std::string_view parentText(std::string_view text) {
+  const std::size_t separator = text.find_last_of('/');
+  if (separator == std::string_view::npos) return {};
+
+  const std::size_t end = text.find_last_not_of('/', separator);
+  if (end != std::string_view::npos) return text.substr(0, end + 1);
+  return separator + 1 == text.size() ? text : text.substr(0, 1);
+}
+
 // The parent is taken from the path as given and normalized afterwards: of "a/b/../c" it is "a/".
 fs::path normalParent(const char* text) {
-  return Quen_runtimeFsPath(text).parent_path().lexically_normal();
+  const fs::path given = Quen_runtimeFsPath(text);
+  return normalFormOf(std::string(parentText(given.native())));
 }
 
 }  // namespace
 
 void* __quen_propget_quen_io_Path_cwd() {
   std::error_code error;
-  const fs::path current = fs::current_path(error).lexically_normal();
+  const fs::path current = normalForm(fs::current_path(error));
   return Quen_allocTypedPathObjectFromPath(current, false, false, false);
 }
 
@@ -44,7 +59,7 @@ void* quen_io_Path_normalize(void* self) {
   const bool parentTraversal = carriesParentTraversal(self, text);
   const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(text);
 
-  const fs::path normal = Quen_runtimeFsPath(text).lexically_normal();
+  const fs::path normal = normalForm(Quen_runtimeFsPath(text));
   return Quen_allocTypedPathObjectFromPath(normal, !folder, windowsRoot, parentTraversal);
 }
 
@@ -52,7 +67,7 @@ void* quen_io_Path__normalizePath(const char* path) {
   if (path == nullptr) return Quen_allocString("");
 
   const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(path);
-  return Quen_allocPathString(Quen_runtimeFsPath(path).lexically_normal(), windowsRoot);
+  return Quen_allocPathString(normalForm(Quen_runtimeFsPath(path)), windowsRoot);
 }
 
 // Without an absolute form the method goes on with the path as given, where the native member hands
@@ -63,10 +78,10 @@ void* quen_io_Path_toAbsolute(void* self) {
   const bool parentTraversal = carriesParentTraversal(self, text);
   const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(text);
 
-  const fs::path given = Quen_runtimeFsPath(text);
+  fs::path given = Quen_runtimeFsPath(text);
   std::error_code error;
-  const fs::path absolute = fs::absolute(given, error);
-  const fs::path normal = (error ? given : absolute).lexically_normal();
+  fs::path absolute = fs::absolute(given, error);
+  const fs::path normal = normalForm(std::move(error ? given : absolute));
   return Quen_allocTypedPathObjectFromPath(normal, !folder, windowsRoot, parentTraversal);
 }
 
@@ -75,9 +90,9 @@ void* quen_io_Path__absolutePath(const char* path) {
 
   const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(path);
   std::error_code error;
-  const fs::path absolute = fs::absolute(Quen_runtimeFsPath(path), error);
+  fs::path absolute = fs::absolute(Quen_runtimeFsPath(path), error);
   if (error) return Quen_allocString(path);
-  return Quen_allocPathString(absolute.lexically_normal(), windowsRoot);
+  return Quen_allocPathString(normalForm(std::move(absolute)), windowsRoot);
 }
 
 void* quen_io_Path_parent(void* self) {
@@ -107,10 +122,7 @@ bool quen_io_Path__isAbsolute(void* self) {
 
 bool quen_io_Path__isNormalized(void* self) {
   const char* text = Quen_filePathFromObject(self);
-  if (isEmpty(text)) return false;
-
-  const fs::path given = Quen_runtimeFsPath(text);
-  return given == given.lexically_normal();
+  return !isEmpty(text) && hasNormalElements(Quen_runtimeFsPath(text).native());
 }
 
 bool __quen_propget_quen_io_Path_isAbsolute(void* self) { return quen_io_Path__isAbsolute(self); }

@@ -5,8 +5,11 @@
 // Whether the result is a folder is decided by the operand's text alone.
 
 #include <filesystem>
+#include <string>
 #include <string_view>
+#include <utility>
 
+#include "path/normal_form.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
 #include "runtime/conventions.h"
@@ -16,9 +19,18 @@ using namespace quen::io;
 
 namespace {
 
+// Appending puts a separator behind a base that ends in a name, even when nothing follows it. A
+// root that is spelled with several separators is kept by the library, for which there is no text.
 fs::path join(const fs::path& base, const fs::path& operand) {
-  if (operand.has_root_directory()) return operand.lexically_normal();
-  return (base / operand).lexically_normal();
+  if (operand.has_root_directory()) return normalForm(operand);
+  if (base.native().starts_with("//")) return (base / operand).lexically_normal();
+
+  std::string text;
+  text.reserve(base.native().size() + 1 + operand.native().size());
+  text = base.native();
+  if (!text.empty() && text.back() != '/') text += '/';
+  text += operand.native();
+  return normalFormOf(std::move(text));
 }
 
 bool haveExplicitWindowsRoot(const char* base, const char* operand) {

@@ -2,7 +2,7 @@
 
 #include "runtime/conventions.h"
 
-#include <string_view>
+#include <cstring>
 
 #include "quen/io/operations.h"
 
@@ -32,16 +32,15 @@ bool carriesParentTraversal(void* object, const char* text) {
   return containsParentTraversalSegment(text);
 }
 
+// Two dots are looked for first: hardly a path has any.
 bool containsParentTraversalSegment(const char* text) {
   if (text == nullptr) return false;
 
-  std::string_view rest = text;
-  for (;;) {
-    const std::size_t end = rest.find_first_of("/\\");
-    if (rest.substr(0, end) == "..") return true;
-    if (end == std::string_view::npos) return false;
-    rest.remove_prefix(end + 1);
+  const auto endsSegment = [](char byte) { return byte == '/' || byte == '\\' || byte == '\0'; };
+  for (const char* dots = text; (dots = std::strstr(dots, "..")) != nullptr; ++dots) {
+    if ((dots == text || endsSegment(dots[-1])) && endsSegment(dots[2])) return true;
   }
+  return false;
 }
 
 }  // namespace quen::io
