@@ -52,6 +52,23 @@ FileWriter fileWriterStateOrRaise(std::int64_t handle) {
   return entry->second;
 }
 
+// A stream hands a text of this size to the system at once, however much of its buffer is free.
+constexpr std::size_t kUnbuffered = 1024;
+
+// What a stream's buffer holds.
+constexpr std::size_t kBuffer = BUFSIZ - 1;
+
+// A text that the buffer could hold goes there in pieces, so that one request carries several texts.
+// A larger one is not kept back.
+void write(std::ofstream& stream, std::string_view text) {
+  const std::size_t piece = text.size() <= kBuffer ? kUnbuffered - 1 : text.size();
+  do {
+    const std::string_view next = text.substr(0, piece);
+    stream.write(next.data(), static_cast<std::streamsize>(next.size()));
+    text.remove_prefix(next.size());
+  } while (!text.empty());
+}
+
 // From here on no other call knows the handle. Empty when none did before.
 FileWriter unregister(std::int64_t handle) {
   if (handle < 1) return nullptr;
@@ -88,9 +105,7 @@ void quen_io_FileWriter__writeHandle(std::int64_t handle, const char* text) {
   if (!writer) return;
 
   const std::lock_guard lock(writer->mutex);
-  if (text != nullptr) {
-    writer->stream.write(text, static_cast<std::streamsize>(std::strlen(text)));
-  }
+  if (text != nullptr) write(writer->stream, text);
   if (!writer->stream.good()) raiseIOException("Failed to write file");
 }
 

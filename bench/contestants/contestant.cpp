@@ -1,0 +1,125 @@
+#include "bench/contestants/contestant.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <new>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::atomic<std::uint64_t> gAllocations{0};
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  gAllocations.fetch_add(1, std::memory_order_relaxed);
+  if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
+  throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace quen::bench {
+
+std::uint64_t allocations() { return gAllocations.load(std::memory_order_relaxed); }
+
+void Measurement::start() {
+  allocationsBefore_ = bench::allocations();
+  started_ = std::chrono::steady_clock::now();
+}
+
+void Measurement::stop() {
+  elapsed_ += std::chrono::steady_clock::now() - started_;
+  allocations_ += bench::allocations() - allocationsBefore_;
+}
+
+std::string Measurement::answer() const {
+  std::ostringstream line;
+  line << elapsed_.count() << '\t' << checksum_ << '\t' << allocations_;
+  return line.str();
+}
+
+namespace {
+
+Arguments fieldsOf(const std::string& line) {
+  Arguments fields;
+  std::istringstream rest(line);
+  for (std::string field; std::getline(rest, field, '\t');) fields.push_back(field);
+  return fields;
+}
+
+std::string answerTo(Arguments request, const std::map<std::string, Workload>& workloads) {
+  const auto workload = workloads.find(request.at(0));
+  if (workload == workloads.end()) return "skip\tnothing of the kind";
+
+  const int iterations = std::stoi(request.at(1));
+  request.erase(request.begin(), request.begin() + 2);
+  Measurement measurement;
+  workload->second(measurement, iterations, request);
+  return measurement.answer();
+}
+
+}  // namespace
+
+Workload repeated(const Once& once) {
+  return [once](Measurement& measurement, int iterations, const Arguments& arguments) {
+    for (int i = 0; i < iterations; ++i) once(measurement, arguments);
+  };
+}
+
+int serve(const std::map<std::string, Workload>& workloads) {
+  for (std::string line; std::getline(std::cin, line);) {
+    try {
+      std::cout << answerTo(fieldsOf(line), workloads) << std::endl;
+    } catch (const std::exception& failure) {
+      std::cout << "skip\t" << failure.what() << std::endl;
+    }
+  }
+  return 0;
+}
+
+const std::string& textOf(const std::string& file) {
+  static std::map<std::string, std::string> texts;
+  const auto [entry, isNew] = texts.try_emplace(file);
+  if (isNew) {
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) throw std::runtime_error("cannot read " + file);
+    entry->second.assign(std::istreambuf_iterator<char>(stream), {});
+  }
+  return entry->second;
+}
+
+const std::vector<std::string>& linesOf(const std::string& file) {
+  static std::map<std::string, std::vector<std::string>> lines;
+  const auto [entry, isNew] = lines.try_emplace(file);
+  if (isNew) {
+    std::istringstream text(textOf(file));
+    for (std::string line; std::getline(text, line);) entry->second.push_back(line);
+  }
+  return entry->second;
+}
+
+void onThreads(int threads, const std::function<void(int)>& work) {
+  std::vector<std::jthread> others;
+  for (int number = 1; number < threads; ++number) others.emplace_back(work, number);
+  work(0);
+}
+
+void makeTree(const std::string& folder, int files) {
+  for (int file = 0; file < files; ++file) {
+    const fs::path below = fs::path(folder) / std::to_string(file / 200);
+    if (file % 200 == 0) fs::create_directories(below);
+    std::ofstream(below / (std::to_string(file) + ".txt"));
+  }
+}
+
+}  // namespace quen::bench

@@ -1,0 +1,81 @@
+"""The data that all contestants work on: made once, the same for everybody, from fixed seeds."""
+
+import os
+import pathlib
+import random
+
+# A character of each text, from a random number.
+ALPHABETS = {
+    "ascii": lambda r: chr(97 + r % 26),
+    "accents": lambda r: chr(0xE0 + r // 20 % 30) if r % 20 == 0 else chr(97 + r % 26),
+    "cyrillic": lambda r: " " if r % 6 == 0 else chr(0x410 + r % 64),
+    "chinese": lambda r: chr(0x4E00 + r % 20000),
+    "emoji": lambda r: chr(0x1F300 + r % 700),
+    "mixed": lambda r: (chr(97 + r // 4 % 26), chr(0x410 + r // 4 % 64), chr(0x4E00 + r // 4 % 20000),
+                        chr(0x1F300 + r // 4 % 700))[r % 4],
+}
+PATHS = 20_000
+
+
+def text_file(folder, alphabet, size):
+    """A file of that many bytes of well-formed text."""
+    path = folder / f"{alphabet}-{size}.txt"
+    if not path.exists():
+        numbers = random.Random(1)
+        part = "".join(ALPHABETS[alphabet](numbers.getrandbits(32)) for _ in range(min(size, 1 << 20)))
+        encoded = part.encode()
+        encoded = encoded * (size // len(encoded) + 1)
+        path.write_bytes(encoded[:size].decode(errors="ignore").encode().ljust(size, b"."))
+    return path
+
+
+def path_files(folder):
+    """Real paths of this machine, one a line: in normal form, and the same with detours."""
+    normal, detours = folder / "paths-normal.txt", folder / "paths-detours.txt"
+    if not normal.exists():
+        found = []
+        for parent, folders, files in os.walk("/usr"):
+            folders.sort()
+            found += [f"{parent}/{name}" for name in sorted(files) if name.isascii()]
+            if len(found) >= PATHS:
+                break
+        numbers = random.Random(2)
+        normal.write_text("".join(f"{path}\n" for path in found[:PATHS]))
+        detours.write_text("".join(f"{detour(path, numbers)}\n" for path in found[:PATHS]))
+    return normal, detours
+
+
+def detour(path, numbers):
+    """The path with one more step in it that its normal form does without."""
+    steps = path.split("/")
+    steps.insert(numbers.randrange(2, len(steps) + 1), numbers.choice([".", "", "aside/..", "./."]))
+    return "/".join(steps)
+
+
+def listing(folder, entries):
+    """A folder with that many empty files."""
+    path = folder / f"listing-{entries}"
+    if not path.exists():
+        path.mkdir()
+        for number in range(entries):
+            (path / f"entry-{number}.txt").touch()
+    return path
+
+
+def tree(folder, files):
+    """A tree of that many small text files, a hundred in each folder."""
+    path = folder / f"tree-{files}"
+    if not path.exists():
+        for number in range(files):
+            below = path / str(number // 10_000) / str(number // 100 % 100)
+            if number % 100 == 0:
+                below.mkdir(parents=True)
+            (below / f"{number}.txt").write_text(f"file {number}\n" * 20)
+    return path
+
+
+def scratch(folder, name):
+    """A place for what contestants write."""
+    path = pathlib.Path(folder) / "scratch"
+    path.mkdir(exist_ok=True)
+    return path / name

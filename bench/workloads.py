@@ -1,0 +1,115 @@
+"""The workloads: what is asked of every contestant, and what the module is to reach."""
+
+import dataclasses
+import os
+
+import data
+
+
+@dataclasses.dataclass
+class Workload:
+    name: str
+    operation: str
+    arguments: list
+    iterations: int
+    rounds: int
+    # What the module is to reach: the contestant compared with, and the highest ratio to its time.
+    targets: dict = dataclasses.field(default_factory=dict)
+    curve: tuple | None = None  # the growth curve it is a point of, and its size there
+
+    def operation_of(self, contestant):
+        return "utf8_simd" if self.operation == "utf8" and contestant == "rust" else self.operation
+
+
+KIB, MIB = 1 << 10, 1 << 20
+# The highest ratio to the time of the SIMD validator.
+SIMD = {"ascii": 1.0, "accents": 0.85, "cyrillic": 0.85, "chinese": 1.15, "emoji": 1.35, "mixed": 1.35}
+OTHERS = ["rust", "go", "node", "python", "java"]
+
+
+def size_name(size):
+    return f"{size // MIB} MiB" if size >= MIB else f"{size // KIB} KiB" if size >= KIB else f"{size} B"
+
+
+def all_workloads(folder, quick):
+    yield from validation(folder, quick)
+    yield from whole_files(folder, quick)
+    yield from parts_of_files(folder)
+    yield from paths(folder)
+    yield from writing(folder, quick)
+    yield from folders(folder, quick)
+
+
+def validation(folder, quick):
+    for alphabet, limit in SIMD.items():
+        for size in [16, 64, 256, KIB, 64 * KIB, MIB, 16 * MIB]:
+            if quick and size in (64, MIB, 16 * MIB):
+                continue
+            targets = {"plain": 1 / 10 if size >= 64 * KIB else 1.0}
+            if size >= 64 * KIB:
+                targets["rust"] = limit
+            elif size >= 256:
+                targets["rust"] = 2.3
+            yield Workload(f"validate {size_name(size)} {alphabet}", "utf8",
+                           [data.text_file(folder, alphabet, size)],
+                           max(1, 256 * KIB // size), 25 if size < MIB else 9, targets,
+                           curve=(f"validate {alphabet}", size))
+
+
+def whole_files(folder, quick):
+    for size in [KIB, 64 * KIB, 16 * MIB, 512 * MIB]:
+        if quick and size > 16 * MIB:
+            continue
+        targets = {"limit": 1.15}
+        if size >= 64 * KIB:
+            targets |= {other: 0.5 for other in OTHERS}
+        for alphabet in ["ascii", "chinese"]:
+            yield Workload(f"read {size_name(size)} {alphabet}", "read_text",
+                           [data.text_file(folder, alphabet, size)], max(1, MIB // size // 4),
+                           25 if size < MIB else 9 if size < 100 * MIB else 5, targets,
+                           curve=(f"read whole, {alphabet}", size))
+
+
+def parts_of_files(folder):
+    large = data.text_file(folder, "ascii", 16 * MIB)
+    yield Workload("prefix 4 KiB", "prefix", [large, 4 * KIB], 200, 25, {"limit": 1.3})
+    yield Workload("range 4 KiB", "range", [large, 8 * MIB, 4 * KIB], 200, 25, {"limit": 1.3})
+
+
+def paths(folder):
+    normal, detours = data.path_files(folder)
+    ahead = {"boost": 1.0, "node": 1.0, "python": 1.0}
+    for name, operation, lines, targets in [
+            ("normalize, normal already", "normalize", normal, {"plain": 0.35} | ahead),
+            ("normalize, with detours", "normalize", detours, {"plain": 0.65} | ahead),
+            ("normalize objects", "normalize_object", normal, {"plain": 0.35}),
+            ("parent", "parent", normal, {"plain": 0.55} | ahead),
+            ("resolve", "resolve", normal, {"plain": 0.55} | ahead),
+            ("isNormalized", "is_normalized", normal, {"plain": 0.3}),
+            ("name", "name", normal, {"plain": 1.0}),
+            ("extension", "extension", normal, {"plain": 1.0})]:
+        yield Workload(name, operation, [lines], 1, 15, targets)
+
+
+def writing(folder, quick):
+    file = data.scratch(folder, "written")
+    for size, threads, times, limit in [(64, 1, 100_000, 0.8), (64, 2, 100_000, 0.85),
+                                        (KIB, 1, 20_000, 0.45), (64 * KIB, 1, 500, 1.0)]:
+        name = f"write {size_name(size)}" + (", two threads" if threads == 2 else "")
+        yield Workload(name, "write", [file, size, threads], times, 15, {"plain": limit})
+    yield Workload("publish 4 KiB", "publish", [data.scratch(folder, "index"), 4 * KIB], 100, 25,
+                   {"limit": 1.1})
+
+
+def folders(folder, quick):
+    for entries in [10, 1000, 100_000]:
+        if quick and entries > 1000:
+            continue
+        yield Workload(f"list {entries:,} entries", "list", [data.listing(folder, entries)],
+                       max(1, 1000 // entries), 25 if entries < 100_000 else 5,
+                       {"limit": 1.65, "go": 1.0, "node": 1.0, "python": 1.0},
+                       curve=("list", entries))
+    files = 2000 if quick else 20_000
+    yield Workload(f"remove {files:,} files", "remove_tree",
+                   [data.scratch(folder, f"removed-{os.getpid()}"), files], 1, 5, {"limit": 1.1})
+    yield Workload("guard", "guard", [data.scratch(folder, "removed")], 1000, 9)
