@@ -3,10 +3,11 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
 
+#include "contents/unbuffered_file.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
 #include "runtime/conventions.h"
@@ -20,33 +21,29 @@ std::int64_t quen_io_FileInputStream__readBytesPath(const char* path, std::int64
   if (count < 1) return 0;
   if (!requirePath(path, "File path is empty")) return 0;
 
-  std::ifstream file;
-  file.rdbuf()->pubsetbuf(nullptr, 0);  // a buffer would be filled with bytes nobody asked for
-  file.open(Quen_runtimeFsPath(path), std::ios::in | std::ios::binary);
-  if (!file) {
+  UnbufferedFile file(Quen_runtimeFsPath(path));
+  if (!file.isOpen()) {
     raiseIOException("Cannot open file");
     return 0;
   }
-  file.seekg(std::max<std::int64_t>(position, 0));
-  if (!file) {
+  if (!file.seek(std::max<std::int64_t>(position, 0))) {
     raiseIOException("Cannot seek in file");
     return 0;
   }
   const auto bytes =
       std::make_unique_for_overwrite<std::uint8_t[]>(static_cast<std::size_t>(count));
-  file.read(reinterpret_cast<char*>(bytes.get()), count);
-  if (file.bad() || (file.fail() && !file.eof())) {
+  const std::optional<std::size_t> delivered =
+      file.read(reinterpret_cast<char*>(bytes.get()), count);
+  if (!delivered) {
     raiseIOException("Failed to read file");
     return 0;
   }
-  const std::int64_t delivered = file.gcount();
-  if (delivered == 0) return 0;
+  if (*delivered == 0) return 0;
 
   std::string error;
-  if (!Quen_writeByteArrayData(destination, bytes.get(), static_cast<std::uint64_t>(delivered),
-                               error)) {
+  if (!Quen_writeByteArrayData(destination, bytes.get(), *delivered, error)) {
     raiseTypeError(error);
     return 0;
   }
-  return delivered;
+  return static_cast<std::int64_t>(*delivered);
 }

@@ -3,11 +3,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <fstream>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "contents/text.h"
+#include "contents/unbuffered_file.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
 #include "runtime/conventions.h"
@@ -42,18 +43,19 @@ std::string readTextFilePrefixOrRaise(const char* path, std::int64_t limit) {
   if (!requirePath(path, "File path is empty")) return {};
   if (limit <= 0) return {};
 
-  std::ifstream file;
-  file.rdbuf()->pubsetbuf(nullptr, 0);  // a buffer would be filled beyond the limit
-  file.open(Quen_runtimeFsPath(path), std::ios::in | std::ios::binary);
-  if (!file) {
+  UnbufferedFile file(Quen_runtimeFsPath(path));
+  if (!file.isOpen()) {
     raiseIOException("Cannot open file");
     return {};
   }
+  std::optional<std::size_t> delivered;
   std::string prefix;
+  prefix.reserve(static_cast<std::size_t>(limit) + kSpareRoom);
   prefix.resize_and_overwrite(static_cast<std::size_t>(limit), [&](char* bytes, std::size_t) {
-    return static_cast<std::size_t>(file.read(bytes, limit).gcount());
+    delivered = file.read(bytes, limit);
+    return delivered.value_or(0);
   });
-  if (!file.good() && !file.eof()) {
+  if (!delivered) {
     raiseIOException("Failed to read file");
     return {};
   }

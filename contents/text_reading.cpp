@@ -24,8 +24,9 @@ using namespace quen::io;
 
 namespace {
 
-// What a file is asked for first. Most files have no more, and are never asked for their size.
-constexpr std::size_t kFirstPiece = 16 * 1024;
+// What a file is asked for first. A file that has no more is never asked for its size, and of a
+// larger one only this much is copied, out of the buffer of the stream.
+constexpr std::size_t kFirstPiece = 4 * 1024;
 
 // Fits into the second-level cache together with what is done with it.
 constexpr std::size_t kPiece = 128 * 1024;
@@ -91,7 +92,7 @@ bool append(FileText& text, Source& source, std::size_t length) {
 // Reads what the file says is still to come. It may be more or less by the time.
 void appendRest(FileText& text, Source& source) {
   const std::size_t size = text.bytes.size() + source.rest();
-  text.bytes.reserve(size);
+  text.bytes.reserve(size + kSpareRoom);
   while (text.bytes.size() < size &&
          append(text, source, std::min(kPiece, size - text.bytes.size()))) {
   }
@@ -112,6 +113,7 @@ FileText readTextFileOrRaise(const char* path) {
     return {};
   }
   FileText text;
+  text.bytes.reserve(kFirstPiece + kSpareRoom);
   while (const std::size_t ready = source.ready()) {
     append(text, source, ready);
     if (ready == kFirstPiece) appendRest(text, source);

@@ -27,38 +27,50 @@ std::string_view takeElement(std::string_view& text) {
   return element;
 }
 
-// A path of separators alone stays as it is.
-bool isNormal(std::string_view text) {
-  return hasNormalElements(text) &&
-         (text.find("//") == std::string_view::npos || isOnlySeparators(text));
+// Hardly a path has an element that begins with a dot, or separators that meet. What has neither is
+// normal. The loop has no branch, so that compilers look at many bytes at once.
+bool isNormalAtFirstSight(std::string_view text) {
+  unsigned char doubtful = text.starts_with('.') ? 1 : 0;
+  for (std::size_t i = 1; i < text.size(); ++i) {
+    const unsigned char begins = text[i - 1] == kSeparator ? 1 : 0;
+    const unsigned char isDot = text[i] == '.' ? 1 : 0;
+    const unsigned char isSeparator = text[i] == kSeparator ? 1 : 0;
+    doubtful |= begins & (isDot | isSeparator);
+  }
+  return doubtful == 0;
 }
 
+// A path of separators alone stays as it is.
 std::string normalText(std::string_view text) {
+  if (isOnlySeparators(text)) return std::string(text);
+
   const bool absolute = text.starts_with(kSeparator);
-  std::string normal(absolute ? "/" : "");
-  normal.reserve(text.size() + 1);
+  std::string normal(text.size() + 1, kSeparator);
+  std::size_t end = absolute ? 1 : 0;
 
   // Every element brings a separator. A parent step takes the name before it away, when there is
   // one behind what has to stay: the root, or the parent steps that a relative path begins with.
-  std::size_t kept = normal.size();
+  std::size_t kept = end;
   bool endsInName = false;
   for (std::string_view rest = text; !rest.empty();) {
     const std::string_view element = takeElement(rest);
     endsInName = false;
     if (element.empty() || element == ".") continue;
-    if (element != "..") {
-      normal.append(element) += kSeparator;
-      endsInName = text.back() != kSeparator;
-    } else if (normal.size() > kept) {
-      normal.erase(normal.rfind(kSeparator, normal.size() - 2) + 1);
-    } else if (!absolute) {
-      normal += "../";
-      kept = normal.size();
+    const bool isParentStep = element == "..";
+    if (isParentStep && end > kept) {
+      end = normal.rfind(kSeparator, end - 2) + 1;
+    } else if (!isParentStep || !absolute) {
+      end += element.copy(normal.data() + end, element.size());
+      normal[end++] = kSeparator;
+      if (isParentStep) kept = end;
+      endsInName = !isParentStep && text.back() != kSeparator;
     }
   }
-  const bool endsInParentStep = !absolute && normal.size() == kept;
-  if (!normal.empty() && (endsInName || endsInParentStep)) normal.pop_back();
-  return normal.empty() ? "." : normal;
+  const bool endsInParentStep = !absolute && end == kept;
+  if (end > 0 && (endsInName || endsInParentStep)) --end;
+  if (end == 0) return ".";
+  normal.resize(end);
+  return normal;
 }
 
 }  // namespace
@@ -66,7 +78,7 @@ std::string normalText(std::string_view text) {
 // A "." is normal only when it is the whole path, and a ".." only at the beginning of a relative
 // one, without a separator behind the last.
 bool hasNormalElements(std::string_view text) {
-  if (text == ".") return true;
+  if (isNormalAtFirstSight(text) || text == ".") return true;
 
   bool parentStepIsNormal = !text.starts_with(kSeparator);
   std::string_view last;
@@ -81,11 +93,15 @@ bool hasNormalElements(std::string_view text) {
 }
 
 fs::path normalForm(fs::path path) {
-  return isNormal(path.native()) ? std::move(path) : fs::path(normalText(path.native()));
+  if (isNormalAtFirstSight(path.native())) return path;
+
+  std::string normal = normalText(path.native());
+  if (normal == path.native()) return path;
+  return fs::path(std::move(normal));
 }
 
 fs::path normalFormOf(std::string text) {
-  return isNormal(text) ? fs::path(std::move(text)) : fs::path(normalText(text));
+  return isNormalAtFirstSight(text) ? fs::path(std::move(text)) : fs::path(normalText(text));
 }
 
 }  // namespace quen::io

@@ -22,8 +22,10 @@ namespace {
 
 using Memory = std::unique_ptr<char[]>;
 
-// Fresh and not zeroed.
-Memory memoryOf(std::size_t size) { return std::make_unique_for_overwrite<char[]>(size); }
+// Fresh and not zeroed, and not at the distance at which copies are slow.
+Memory memoryOf(std::size_t size) {
+  return std::make_unique_for_overwrite<char[]>(size + quen::io::kSpareRoom);
+}
 
 int require(int result) {
   if (result < 0) throw std::runtime_error(std::strerror(errno));
