@@ -4,12 +4,16 @@
 // writer's own for one write, flush or close. So a writer that hangs delays nobody else. Whoever
 // works on a writer shares its ownership, and a close does not take it away from under them.
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <fstream>
+#include <ios>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 
@@ -21,10 +25,44 @@ using namespace quen::io;
 
 namespace {
 
-// The stream's error state is never cleared: a writer that failed once fails until it is closed.
+// As much as a stream's own buffer holds.
+constexpr std::size_t kBuffer = 8 * 1024;
+
+// The stream has no buffer of its own: one would pass texts of 1,024 bytes and more on at once,
+// each by a request of its own. Its error state is never cleared: a writer that failed once fails
+// until it is closed.
 struct FileWriterState {
-  std::mutex mutex;  // guards the stream
+  std::mutex mutex;  // guards what follows
   std::ofstream stream;
+  std::size_t waiting = 0;  // bytes in the buffer
+  std::array<char, kBuffer> buffer;
+
+  ~FileWriterState() { flush(); }
+
+  void open(const std::string& path, std::ios::openmode mode) {
+    stream.rdbuf()->pubsetbuf(nullptr, 0);
+    stream.open(path, std::ios::out | std::ios::binary | mode);
+  }
+
+  // A text larger than the buffer is not kept back.
+  void write(std::string_view text) {
+    if (text.size() > kBuffer - waiting) flush();
+    if (text.size() > kBuffer || !stream.is_open()) return put(text);
+    if (!stream.good()) return;
+    waiting += text.copy(buffer.data() + waiting, text.size());
+  }
+
+  // What cannot be written waits on.
+  void flush() {
+    put({buffer.data(), waiting});
+    if (stream.good()) waiting = 0;
+  }
+
+ private:
+  void put(std::string_view bytes) {
+    if (bytes.empty()) return;
+    stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  }
 };
 
 using FileWriter = std::shared_ptr<FileWriterState>;
@@ -52,23 +90,6 @@ FileWriter fileWriterStateOrRaise(std::int64_t handle) {
   return entry->second;
 }
 
-// A stream hands a text of this size to the system at once, however much of its buffer is free.
-constexpr std::size_t kUnbuffered = 1024;
-
-// What a stream's buffer holds.
-constexpr std::size_t kBuffer = BUFSIZ - 1;
-
-// A text that the buffer could hold goes there in pieces, so that one request carries several texts.
-// A larger one is not kept back.
-void write(std::ofstream& stream, std::string_view text) {
-  const std::size_t piece = text.size() <= kBuffer ? kUnbuffered - 1 : text.size();
-  do {
-    const std::string_view next = text.substr(0, piece);
-    stream.write(next.data(), static_cast<std::streamsize>(next.size()));
-    text.remove_prefix(next.size());
-  } while (!text.empty());
-}
-
 // From here on no other call knows the handle. Empty when none did before.
 FileWriter unregister(std::int64_t handle) {
   if (handle < 1) return nullptr;
@@ -86,9 +107,8 @@ FileWriter unregister(std::int64_t handle) {
 std::int64_t quen_io_FileWriter__openPath(const char* path, std::int32_t append) {
   if (!requirePath(path, "File path is empty")) return 0;
 
-  const auto writer = std::make_shared<FileWriterState>();
-  const std::ios::openmode mode = append != 0 ? std::ios::app : std::ios::trunc;
-  writer->stream.open(Quen_runtimeFsPath(path).native(), std::ios::out | std::ios::binary | mode);
+  const auto writer = std::make_shared_for_overwrite<FileWriterState>();
+  writer->open(Quen_runtimeFsPath(path).native(), append != 0 ? std::ios::app : std::ios::trunc);
   if (!writer->stream) {
     raiseIOException("Cannot open file for writing");
     return 0;
@@ -105,7 +125,7 @@ void quen_io_FileWriter__writeHandle(std::int64_t handle, const char* text) {
   if (!writer) return;
 
   const std::lock_guard lock(writer->mutex);
-  if (text != nullptr) write(writer->stream, text);
+  if (text != nullptr) writer->write(text);
   if (!writer->stream.good()) raiseIOException("Failed to write file");
 }
 
@@ -114,7 +134,7 @@ void quen_io_FileWriter__flushHandle(std::int64_t handle) {
   if (!writer) return;
 
   const std::lock_guard lock(writer->mutex);
-  writer->stream.flush();
+  writer->flush();
   if (!writer->stream.good()) raiseIOException("Failed to flush file");
 }
 
@@ -125,7 +145,7 @@ void quen_io_FileWriter__closeHandle(std::int64_t handle) {
   if (!writer) return;
 
   const std::lock_guard lock(writer->mutex);
-  writer->stream.flush();
+  writer->flush();
   if (!writer->stream.good()) {
     raiseIOException("Failed to flush file before closing");
     return;
