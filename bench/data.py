@@ -79,3 +79,13 @@ def scratch(folder, name):
     path = pathlib.Path(folder) / "scratch"
     path.mkdir(exist_ok=True)
     return path / name
+
+
+def null_files(folder):
+    """A name for files, one a thread, that are the null device."""
+    name = scratch(folder, "null")
+    for thread in range(2):
+        link = pathlib.Path(f"{name}.{thread}")
+        if not link.is_symlink():
+            link.symlink_to("/dev/null")
+    return name

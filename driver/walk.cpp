@@ -28,7 +28,8 @@ struct Pending {
 
 // As the listing spells it, since the record of kinds goes by that.
 std::string fullPath(const std::string& root, const std::string& path) {
-  return path == kRoot ? root : (fs::path(root) / path).native();
+  if (path == kRoot) return root;
+  return root.ends_with('/') ? root + path : root + '/' + path;
 }
 
 bool isRecordedOr(std::optional<QuenPathEntryKind> recorded, QuenPathEntryKind kind,
@@ -95,9 +96,8 @@ std::vector<Pending> inspect(const Walk& plan, const Pending& pending, Entry& en
     entry.error = "Cannot access";
     return {};
   }
-  void* path = small::newPath(full);
-  entry.size = quen_io_Path__size(path);
-  entry.modifiedMs = quen_io_Path__lastModified(path);
+  entry.size = quen_io_FileInputStream__sizePath(full.c_str());
+  entry.modifiedMs = quen_io_Path__lastModified(small::newPath(full));
   if (entry.kind == Kind::kFile && entry.size <= plan.maxTextBytes) readText(full, entry);
   return entry.kind == Kind::kFolder ? listFolder(full, entry) : std::vector<Pending>();
 }

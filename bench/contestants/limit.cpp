@@ -61,7 +61,8 @@ Memory readWhole(const std::string& path, std::size_t& size) {
   return bytes;
 }
 
-// Every entry but "." and "..", with its type; the kernel's records as they come.
+// Every entry but "." and ".." of the folder, and of those that the visit adds; the kernel's
+// records as they come.
 template <class Visit>
 void forEachEntry(const std::string& folder, const Visit& visit) {
   static thread_local std::vector<char> records(32 * 1024);
@@ -73,7 +74,7 @@ void forEachEntry(const std::string& folder, const Visit& visit) {
       const auto* entry = reinterpret_cast<const dirent64*>(records.data() + at);
       at += entry->d_reclen;
       const std::string_view name = entry->d_name;
-      if (name != "." && name != "..") visit(handle, *entry, folders);
+      if (name != "." && name != "..") visit(folder, handle, *entry, folders);
     }
   }
   close(handle);
@@ -86,7 +87,7 @@ void list(Measurement& m, const Arguments& a) {
   const std::size_t length = a.at(0).copy(path, sizeof path - 300);
   path[length] = '/';
   m.start();
-  forEachEntry(a[0], [&](int, const dirent64& entry, std::vector<std::string>&) {
+  forEachEntry(a[0], [&](const std::string&, int, const dirent64& entry, auto&) {
     std::strcpy(path + length + 1, entry.d_name);
     struct stat status {};
     entries += stat(path, &status) == 0 ? 1U : 0U;
@@ -99,14 +100,15 @@ void removeTree(Measurement& m, const Arguments& a) {
   makeTree(a.at(0), std::stoi(a.at(1)));
   std::vector<std::string> folders{a[0]};
   m.start();
-  forEachEntry(a[0], [&](int handle, const dirent64& entry, std::vector<std::string>& below) {
-    if (entry.d_type == DT_DIR) {
-      below.emplace_back(entry.d_name);
-      folders.push_back(a[0] + "/" + entry.d_name);
-    } else {
-      require(unlinkat(handle, entry.d_name, 0));
-    }
-  });
+  forEachEntry(a[0],
+               [&](const std::string& folder, int handle, const dirent64& entry, auto& below) {
+                 if (entry.d_type == DT_DIR) {
+                   below.emplace_back(entry.d_name);
+                   folders.push_back(folder + "/" + entry.d_name);
+                 } else {
+                   require(unlinkat(handle, entry.d_name, 0));
+                 }
+               });
   for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
     require(rmdir(folder->c_str()));
   }
@@ -114,19 +116,24 @@ void removeTree(Measurement& m, const Arguments& a) {
   m.use(std::stoull(a[1]));
 }
 
-// What an index cannot do without: each entry's status, and each file's bytes, checked.
+// The system calls of an index: its entry points ask for kind, link, size and time of an entry one
+// by one, by its full path, and read a file to its end.
 void walk(Measurement& m, const Arguments& a) {
   std::uint64_t valid = 0;
   m.start();
-  forEachEntry(a.at(0), [&](int handle, const dirent64& entry, std::vector<std::string>& below) {
+  forEachEntry(a.at(0), [&](const std::string& folder, int, const dirent64& entry, auto& below) {
+    const std::string path = folder + "/" + entry.d_name;
     struct stat status {};
-    require(fstatat(handle, entry.d_name, &status, AT_SYMLINK_NOFOLLOW));
+    for (int i = 0; i < 3; ++i) require(stat(path.c_str(), &status));
+    require(lstat(path.c_str(), &status));
     if (S_ISDIR(status.st_mode)) below.emplace_back(entry.d_name);
     if (!S_ISREG(status.st_mode)) return;
-    const int file = require(openat(handle, entry.d_name, O_RDONLY | O_CLOEXEC));
+    const int file = openToRead(path);
     const auto size = static_cast<std::size_t>(status.st_size);
-    const Memory bytes = memoryOf(size);
-    valid += isValid({bytes.get(), requireSize(read(file, bytes.get(), size))});
+    const Memory bytes = memoryOf(size + 1);
+    const std::size_t length = requireSize(read(file, bytes.get(), size + 1));
+    requireSize(read(file, bytes.get() + length, 1));
+    valid += isValid({bytes.get(), length});
     close(file);
   });
   m.stop();
