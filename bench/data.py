@@ -45,6 +45,13 @@ def path_files(folder):
     return normal, detours
 
 
+def path_of_length(folder, length):
+    """A thousand times the same path in normal form, with an element for every eight bytes."""
+    path = folder / f"path-{length}.txt"
+    path.write_text(("/element" * (length // 8) + "\n") * 1000)
+    return path
+
+
 def detour(path, numbers):
     """The path with one more step in it that its normal form does without."""
     steps = path.split("/")
@@ -84,7 +91,7 @@ def scratch(folder, name):
 def null_files(folder):
     """A name for files, one a thread, that are the null device."""
     name = scratch(folder, "null")
-    for thread in range(2):
+    for thread in range(8):
         link = pathlib.Path(f"{name}.{thread}")
         if not link.is_symlink():
             link.symlink_to("/dev/null")

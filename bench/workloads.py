@@ -38,6 +38,8 @@ def all_workloads(folder, quick):
     yield from paths(folder)
     yield from writing(folder, quick)
     yield from folders(folder, quick)
+    if not quick:
+        yield from growth(folder)
 
 
 def validation(folder, quick):
@@ -115,3 +117,17 @@ def folders(folder, quick):
     yield Workload(f"remove {files:,} files", "remove_tree",
                    [data.scratch(folder, f"removed-{os.getpid()}"), files], 1, 5, {"limit": 1.1})
     yield Workload("guard", "guard", [data.scratch(folder, "removed")], 1000, 9)
+
+
+def growth(folder):
+    """What has no target of its own, and is there to show how its cost grows."""
+    for length in [16, 64, 256, KIB, 4 * KIB]:
+        yield Workload(f"normalize a path of {length} bytes", "normalize",
+                       [data.path_of_length(folder, length)], 1, 15, curve=("normalize", length))
+    null = data.null_files(folder)
+    for handles in [0, 10, 100, 900]:
+        yield Workload(f"write 64 B among {handles} handles", "write_among", [null, 64, 1, handles],
+                       200_000, 9, curve=("write among open handles", handles + 1))
+    for threads in [1, 2, 4, 8]:
+        yield Workload(f"write 64 B, {threads} threads", "write_among", [null, 64, threads, 0],
+                       100_000, 9, curve=("write on threads", threads))

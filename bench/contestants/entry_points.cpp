@@ -143,6 +143,16 @@ std::map<std::string, Workload> workloadsOf(const EntryPoints& e) {
       return std::stoull(a.at(1)) * std::stoull(a.at(2)) * static_cast<unsigned>(iterations);
     });
   };
+  workloads["write_among"] = [e](Measurement& m, int iterations, const Arguments& a) {
+    const SecondThread second;
+    std::vector<std::int64_t> others;
+    for (int i = 0; i < std::stoi(a.at(3)); ++i) others.push_back(e.openWriter("/dev/null", 0));
+    measure(m, [&] {
+      writeOnThreads(e, iterations, a);
+      return others.size();
+    });
+    for (const std::int64_t handle : others) e.closeWriter(handle);
+  };
   workloads["publish"] = repeated([e](Measurement& m, const Arguments& a) {
     const std::string text(std::stoul(a.at(1)), 'x');
     measure(m, [&] {
