@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "quen/io/entry_points.h"
@@ -9,6 +13,7 @@
 #include "runtime/small/host.h"
 #include "tests/support/boundary_test.h"
 #include "tests/support/child_process.h"
+#include "tests/support/system_calls.h"
 
 namespace fs = std::filesystem;
 using namespace quen::small;
@@ -69,6 +74,41 @@ TEST_F(ReadAllText, NamesTheByteOfTheFirstFault) {
             "\xF4\x8F\xBF\xBF\xEF\xBF\xBF");
 }
 
+// A file is read in pieces: characters, faults and the end lie on both sides of every border.
+TEST_F(ReadAllText, ReadsAsOnePieceWhatIsReadInSeveral) {
+  for (const std::size_t border : {4096U, 4096U + 131'072U, 4096U + 2U * 131'072U}) {
+    for (std::size_t before = border - 4; before <= border + 1; ++before) {
+      const std::string start(before, 'x');
+      for (const std::string character : {"y", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"}) {
+        EXPECT_EQ(read(scratch.file("file", start + character)), start + character);
+        EXPECT_EQ(read(scratch.file("file", start + character + "z")), start + character + "z");
+      }
+      const std::string at = "IOException: File is not valid UTF-8 at byte ";
+      EXPECT_EQ(read(scratch.file("file", start + "\x80z")), "");
+      EXPECT_EQ(raised(), at + std::to_string(before));
+      EXPECT_EQ(read(scratch.file("file", start + "\xE2\x82z")), "");
+      EXPECT_EQ(raised(), at + std::to_string(before + 2));
+      EXPECT_EQ(read(scratch.file("file", start + "\xE2\x82")), "");
+      EXPECT_EQ(raised(), at + std::to_string(before));
+    }
+  }
+}
+
+// A pipe has no size, and delivers what it has.
+TEST_F(ReadAllText, ReadsAPipeToItsEnd) {
+  const fs::path pipe = scratch / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const std::string content = std::string(300'000, 'x') + "\xF0\x9F\x98\x80";
+  std::jthread writer([&] {
+    std::ofstream out(pipe, std::ios::binary);
+    out.write(content.data(), 3).flush();
+    out.write(content.data() + 3, 99'998).flush();
+    out.write(content.data() + 100'001, std::ssize(content) - 100'001);
+  });
+
+  EXPECT_EQ(read(pipe), content);
+}
+
 TEST_F(ReadAllText, RaisesForAnEmptyPath) {
   for (const char* empty : {"", static_cast<const char*>(nullptr)}) {
     EXPECT_EQ(text(quen_io_FileReader__readAllTextPath(empty)), "");
@@ -104,6 +144,17 @@ TEST_F(ReadAllText, OfADirectoryIsEmptyAndRaisesNothing) { EXPECT_EQ(read(scratc
 TEST_F(ReadAllText, OfAFileThatFailsWhileReadIsWhatCameBefore) {
   EXPECT_EQ(read("/proc/self/mem"), "");
   EXPECT_EQ(raised(), "");
+}
+
+TEST_F(ReadAllText, OfAFileWithADefectIsWhatCameBefore) {
+  const std::string content(300'000, 'x');
+  const fs::path file = scratch.file("file", content);
+  for (const std::size_t delivered :
+       {0U, 1U, 4095U, 4096U, 4097U, 9000U, 135'168U, 135'169U, 299'999U}) {
+    const FailingRead defect(delivered);
+    EXPECT_EQ(read(file).size(), delivered);
+    EXPECT_EQ(raised(), "");
+  }
 }
 
 TEST_F(ReadAllText, OfAFileWithoutASizeIsComplete) {

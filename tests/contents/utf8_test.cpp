@@ -3,17 +3,22 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "contents/text.h"
+#include "tests/support/generator.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/utf8_model.h"
 
 using quen::io::validateUtf8;
 using quen::tests::firstFault;
+using quen::tests::generatedInputs;
+using quen::tests::Generator;
 
 namespace {
 
@@ -133,8 +138,11 @@ const std::vector<std::string> kInteresting{
     "\xFF",              //
 };
 
+// Far enough to meet every border between blocks of either size, and the block that ends with the
+// text.
+constexpr std::size_t kFarthest = 600;
+
 TEST_P(ValidateUtf8Within, AgreesWithTheModelOnEachSequenceAtEachOffset) {
-  constexpr std::size_t kFarthest = 200;
   for (const std::string& sequence : kInteresting) {
     for (std::size_t before = 0; before <= kFarthest; ++before) {
       compare(filling(before) + sequence + filling(70));
@@ -144,7 +152,6 @@ TEST_P(ValidateUtf8Within, AgreesWithTheModelOnEachSequenceAtEachOffset) {
 
 // Every length of the text from just behind the sequence's lead on.
 TEST_P(ValidateUtf8Within, AgreesWithTheModelOnEachSequenceCutOffByTheEnd) {
-  constexpr std::size_t kFarthest = 200;
   for (const std::string& sequence : kInteresting) {
     for (std::size_t before = 0; before <= kFarthest; ++before) {
       for (std::size_t kept = 1; kept <= sequence.size(); ++kept) {
@@ -159,6 +166,84 @@ INSTANTIATE_TEST_SUITE_P(Text, ValidateUtf8Within,
                                          Filling{"ThreeBytes", "\xE2\x82\xAC"},
                                          Filling{"FourBytes", "\xF0\x9F\x98\x80"}),
                          [](const auto& each) { return each.param.name; });
+
+// Blocks, in which no sequence is looked at by itself.
+
+// All sequences of four bytes on the borders, where they lie across two blocks, in the middle of
+// one and at its end.
+TEST(ValidateUtf8InBlocks, AgreesWithTheModelOnAllSequencesOfBorderBytes) {
+  const std::vector<unsigned char> values = borderBytes();
+  for (const std::size_t size : {100U, 400U}) {
+    for (const std::size_t place : {3U, 65U, 90U, 257U, 340U}) {
+      if (place + 4 > size) continue;
+      std::string text(size, 'a');
+      for (const unsigned char first : values) {
+        for (const unsigned char second : values) {
+          for (const unsigned char third : values) {
+            const std::size_t any = std::size_t{first} + second + third;
+            const unsigned char sequence[] = {first, second, third, values[any % values.size()]};
+            text.replace(place, 4, reinterpret_cast<const char*>(sequence), 4);
+            compare(text);
+          }
+        }
+      }
+      if (HasFailure()) return;
+    }
+  }
+}
+
+// Well-formed text of all lengths of sequences, in runs, with a few bytes changed or none.
+TEST(ValidateUtf8InBlocks, AgreesWithTheModelOnGeneratedTexts) {
+  const std::vector<std::string> characters{"a",
+                                            "\x7F",
+                                            "\xC2\x80",
+                                            "\xDF\xBF",
+                                            "\xE0\xA0\x80",
+                                            "\xED\x9F\xBF",
+                                            "\xEF\xBF\xBF",
+                                            "\xF0\x90\x80\x80",
+                                            "\xF4\x8F\xBF\xBF"};
+  const std::vector<unsigned char> values = borderBytes();
+  Generator generator;
+  for (std::size_t i = 0; i < generatedInputs(100'000); ++i) {
+    std::string text;
+    const std::size_t size = generator.below(1200);
+    while (text.size() < size) {
+      const std::string& character = characters[generator.below(characters.size())];
+      for (std::size_t run = generator.below(80); run > 0; --run) text += character;
+    }
+    for (std::size_t changes = generator.below(3); changes > 0 && !text.empty(); --changes) {
+      text[generator.below(text.size())] =
+          static_cast<char>(values[generator.below(values.size())]);
+    }
+    compare(text);
+    if (HasFailure()) FAIL() << generator.describe();
+  }
+}
+
+// Whoever reads in pieces passes over what is there, goes on from where that stopped, and finds the
+// same fault as in one go.
+TEST(PassWellFormed, StopsWhereASequenceBeginsThatIsStillToBeChecked) {
+  Generator generator;
+  const std::vector<std::string> characters{"a", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"};
+  for (std::size_t i = 0; i < generatedInputs(20'000); ++i) {
+    std::string text;
+    while (text.size() < 1500) text += characters[generator.below(characters.size())];
+    if (generator.coin()) text[generator.below(text.size())] = '\xFF';
+    const std::optional<std::size_t> fault = firstFault(text);
+
+    std::size_t passed = 0;
+    for (std::size_t end = 0; end < text.size();) {
+      end = std::min(text.size(), end + 1 + generator.below(400));
+      passed = quen::io::passWellFormed(std::string_view(text).substr(0, end), passed);
+      ASSERT_LE(passed, std::min(end, fault.value_or(end))) << generator.describe();
+      ASSERT_EQ(firstFault(text.substr(0, passed)), std::nullopt) << generator.describe();
+    }
+    std::uint64_t errorOffset = 0xDEAD;
+    EXPECT_EQ(quen::io::validateUtf8(text, errorOffset, passed), !fault) << generator.describe();
+    EXPECT_EQ(errorOffset, fault.value_or(0)) << generator.describe();
+  }
+}
 
 // The model itself, on what everybody agrees about.
 TEST(Utf8Model, KnowsWhereTheFaultIs) {

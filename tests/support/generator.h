@@ -7,19 +7,9 @@
 #include <random>
 #include <string>
 
-namespace quen::tests {
+#include "tests/support/sanitized.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-inline constexpr bool kSanitized = true;
-#else
-inline constexpr bool kSanitized = false;
-#endif
-#else
-inline constexpr bool kSanitized = false;
-#endif
+namespace quen::tests {
 
 // Sanitizers slow every call down; a tenth of the inputs keeps a run with them as short.
 constexpr std::size_t generatedInputs(std::size_t count) { return kSanitized ? count / 10 : count; }

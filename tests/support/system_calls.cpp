@@ -3,9 +3,12 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <optional>
 #include <utility>
 
 namespace quen::tests {
@@ -14,6 +17,8 @@ namespace {
 
 thread_local Before* tAwaited = nullptr;
 thread_local bool tNextCloseFails = false;
+thread_local std::optional<std::size_t> tReadable;  // bytes before the defect
+thread_local bool tReadFailed = false;
 
 // The definition that stands behind ours.
 template <class Function>
@@ -48,12 +53,24 @@ FailingClose::~FailingClose() {
   tNextCloseFails = false;
 }
 
+FailingRead::FailingRead(std::size_t delivered) {
+  tReadable = delivered;
+  tReadFailed = false;
+}
+
+FailingRead::~FailingRead() {
+  EXPECT_TRUE(tReadFailed) << "nobody read up to the defect";
+  tReadable.reset();
+}
+
 }  // namespace quen::tests
 
 using quen::tests::Before;
 using quen::tests::following;
 using quen::tests::SystemCall;
 using quen::tests::tNextCloseFails;
+using quen::tests::tReadable;
+using quen::tests::tReadFailed;
 
 #pragma GCC visibility push(default)
 
@@ -82,6 +99,19 @@ int fclose(FILE* file) {
   if (!std::exchange(tNextCloseFails, false)) return result;
   errno = EIO;
   return EOF;
+}
+
+ssize_t read(int file, void* bytes, std::size_t count) {
+  static auto* const next = following<ssize_t(int, void*, std::size_t)>("read");
+  if (!tReadable) return next(file, bytes, count);
+  if (*tReadable == 0) {
+    tReadFailed = true;
+    errno = EIO;
+    return -1;
+  }
+  const ssize_t result = next(file, bytes, std::min(count, *tReadable));
+  if (result > 0) *tReadable -= static_cast<std::size_t>(result);
+  return result;
 }
 
 #pragma GCC visibility pop

@@ -5,6 +5,7 @@
 // library as well. Only calls of the thread that made the object are counted.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 
 namespace quen::tests {
@@ -44,6 +45,19 @@ class FailingClose {
 
   FailingClose(const FailingClose&) = delete;
   FailingClose& operator=(const FailingClose&) = delete;
+};
+
+// A defect of the medium: reads deliver so many bytes all together, and then report an input/output
+// error.
+class FailingRead {
+ public:
+  explicit FailingRead(std::size_t delivered);
+
+  // Fails the test when nobody read that far.
+  ~FailingRead();
+
+  FailingRead(const FailingRead&) = delete;
+  FailingRead& operator=(const FailingRead&) = delete;
 };
 
 }  // namespace quen::tests
