@@ -37,7 +37,10 @@ struct FileWriterState {
   std::size_t waiting = 0;  // bytes in the buffer
   std::array<char, kBuffer> buffer;
 
-  ~FileWriterState() { flush(); }
+  // Tries once more what could not be written, as a stream does with its own buffer.
+  ~FileWriterState() {
+    stream.rdbuf()->sputn(buffer.data(), static_cast<std::streamsize>(waiting));
+  }
 
   void open(const std::string& path, std::ios::openmode mode) {
     stream.rdbuf()->pubsetbuf(nullptr, 0);

@@ -106,6 +106,7 @@ ssize_t read(int file, void* bytes, std::size_t count) {
   if (!tReadable) return next(file, bytes, count);
   if (*tReadable == 0) {
     tReadFailed = true;
+    tReadable.reset();
     errno = EIO;
     return -1;
   }

@@ -47,8 +47,8 @@ class FailingClose {
   FailingClose& operator=(const FailingClose&) = delete;
 };
 
-// A defect of the medium: reads deliver so many bytes all together, and then report an input/output
-// error.
+// A passing defect of the medium: reads deliver so many bytes all together, then one reports an
+// input/output error, and those after it would go on.
 class FailingRead {
  public:
   explicit FailingRead(std::size_t delivered);
