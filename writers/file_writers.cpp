@@ -70,11 +70,22 @@ struct FileWriterState {
 
 using FileWriter = std::shared_ptr<FileWriterState>;
 
-// Writers still open at exit are closed when this is destroyed; their failures go unnoticed.
-std::unordered_map<std::int64_t, FileWriter> gFileWriters;
+using FileWriters = std::unordered_map<std::int64_t, FileWriter>;
 
 // Guards gFileWriters. No file is touched and no writer's lock taken while it is held.
 std::mutex gFileWriterRegistryMutex;
+
+// Never destroyed, because other threads may still write while the process exits.
+FileWriters& gFileWriters = *new FileWriters;
+
+// Closes at exit the writers that nobody closed. Their failures go unnoticed.
+const struct AtExit {
+  ~AtExit() {
+    FileWriters open;
+    const std::lock_guard lock(gFileWriterRegistryMutex);
+    open.swap(gFileWriters);
+  }
+} gAtExit;
 
 // Moves on successful opens only, so that handles count them, and none is ever used again.
 std::atomic<std::int64_t> gNextFileWriterHandle{1};

@@ -1,0 +1,318 @@
+// What may happen at the same time, a thousand times over. Who comes first is left to chance, so
+// each test looks only at what has to hold whoever does.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <latch>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "quen/io/entry_points.h"
+#include "runtime/small/host.h"
+#include "tests/support/boundary_test.h"
+#include "tests/support/child_process.h"
+#include "tests/support/generator.h"
+
+namespace fs = std::filesystem;
+using namespace quen::small;
+using namespace quen::tests;
+
+namespace {
+
+constexpr std::size_t kRounds = generatedInputs(1000);
+constexpr int kThreads = 4;
+
+class Races : public BoundaryTest {
+ protected:
+  // Another process, which is killed at the end unless it has ended by itself.
+  class Other {
+   public:
+    explicit Other(const std::function<void()>& work) : process_(fork()) {
+      if (process_ != 0) return;
+      work();
+      std::_Exit(0);
+    }
+    ~Other() { kill(); }
+    Other(const Other&) = delete;
+    Other& operator=(const Other&) = delete;
+
+    void kill() {
+      if (process_ == 0) return;
+      ::kill(process_, SIGKILL);
+      waitpid(process_, nullptr, 0);
+      process_ = 0;
+    }
+
+    // How it ended by itself, as waitpid tells.
+    int ending() {
+      int status = -1;
+      waitpid(process_, &status, 0);
+      process_ = 0;
+      return status;
+    }
+
+   private:
+    pid_t process_;
+  };
+
+  // A version of an index: as many of one letter as the letter says.
+  static std::string version(std::size_t number) {
+    const std::size_t letter = number % 26;
+    return std::string(4000 + 100 * letter, static_cast<char>('a' + letter));
+  }
+
+  static bool isWhole(const std::string& text) {
+    return !text.empty() && text == version(static_cast<std::size_t>(text[0] - 'a'));
+  }
+
+  static void publish(const fs::path& target, std::size_t number) {
+    quen_data_internal_DocumentIndexStore__writeAtomic(target.c_str(), version(number).c_str());
+  }
+
+  static void pause(std::size_t microseconds) {
+    std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+  }
+
+  Generator generator;
+};
+
+// Three things can become of a write: it comes before the close, and its text is in the file; it
+// finds the handle unknown; or it finds the stream closed.
+TEST_F(Races, OfWritersAndACloseEndInOneOfThreeWays) {
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    const fs::path file = scratch / "file";
+    const std::int64_t handle = quen_io_FileWriter__openPath(file.c_str(), 0);
+    std::latch start(kThreads + 1);
+    std::atomic<std::size_t> written{0};
+    {
+      std::vector<std::jthread> writers;
+      for (int thread = 0; thread < kThreads; ++thread) {
+        writers.emplace_back([&, line = "line of thread " + std::to_string(thread) + "\n"] {
+          start.arrive_and_wait();
+          for (;;) {
+            quen_io_FileWriter__writeHandle(handle, line.c_str());
+            const auto exception = takeException();
+            if (!exception) {
+              ++written;
+              continue;
+            }
+            EXPECT_TRUE(exception->message == "File writer is closed" ||
+                        exception->message == "Failed to write file")
+                << exception->message;
+            return;
+          }
+        });
+      }
+      start.arrive_and_wait();
+      pause(generator.below(200));
+      quen_io_FileWriter__closeHandle(handle);
+      EXPECT_EQ(raised(), "");
+    }
+    std::istringstream lines(contents(file));
+    std::size_t found = 0;
+    for (std::string line; std::getline(lines, line); ++found) {
+      ASSERT_EQ(line.substr(0, 15), "line of thread ");
+      ASSERT_EQ(line.size(), 16u);
+    }
+    ASSERT_EQ(found, written);
+  }
+}
+
+TEST_F(Races, OfThousandsOfHandlesKeepThemApart) {
+  std::vector<std::jthread> threads;
+  std::latch start(kThreads);
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([&, thread] {
+      start.arrive_and_wait();
+      for (std::size_t round = 0; round < kRounds; ++round) {
+        const std::string text = std::to_string(thread) + " " + std::to_string(round);
+        const fs::path file = scratch / ("file" + std::to_string(thread));
+        const std::int64_t handle = quen_io_FileWriter__openPath(file.c_str(), 0);
+        quen_io_FileWriter__writeHandle(handle, text.c_str());
+        quen_io_FileWriter__flushHandle(handle);
+        EXPECT_EQ(contents(file), text);
+        quen_io_FileWriter__closeHandle(handle);
+        EXPECT_EQ(raised(), "");
+      }
+    });
+  }
+}
+
+TEST_F(Races, OfPublicationsShowEveryReaderAWholeVersion) {
+  const fs::path target = scratch / "index";
+  publish(target, 0);
+  std::vector<std::jthread> publishers;
+  std::atomic<int> running{kThreads};
+  for (int thread = 0; thread < kThreads; ++thread) {
+    publishers.emplace_back([&, thread] {
+      for (std::size_t round = 0; round < kRounds; ++round) {
+        publish(target, round + static_cast<std::size_t>(thread));
+        EXPECT_EQ(raised(), "");
+      }
+      --running;
+    });
+  }
+  std::size_t readings = 0;
+  for (; running > 0 || readings == 0; ++readings) {
+    const Scope objectsOfThisReading;
+    ASSERT_TRUE(isWhole(text(quen_io_FileReader__readAllTextPath(target.c_str()))));
+  }
+  publishers.clear();
+  EXPECT_EQ(namesIn(scratch.path()), "index");
+}
+
+// Processes count on their own, so each uses up other numbers first: two that are at the same
+// number would write into one temporary, against which nothing guards.
+TEST_F(Races, OfPublishingProcessesShowEveryReaderAWholeVersion) {
+  const fs::path target = scratch / "index";
+  publish(target, 0);
+  const auto publishing = [&](std::size_t process) {
+    return [&, process] {
+      for (std::size_t number = 0; number < process * 100'000; ++number) {
+        publish("/proc/no/such/folder", 0);
+        takeException();
+      }
+      for (std::size_t round = 0;; ++round) publish(target, round);
+    };
+  };
+  const Other one(publishing(0));
+  const Other two(publishing(1));
+  const Other three(publishing(2));
+  for (std::size_t reading = 0; reading < 20 * kRounds; ++reading) {
+    const Scope objectsOfThisReading;
+    ASSERT_TRUE(isWhole(text(quen_io_FileReader__readAllTextPath(target.c_str()))));
+  }
+}
+
+TEST_F(Races, OfAPublisherAndItsDeathLeaveAWholeVersion) {
+  const fs::path target = scratch.folder("inner") / "index";
+  publish(target, 0);
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    Other publisher([&] {
+      for (std::size_t number = round;; ++number) publish(target, number);
+    });
+    pause(generator.below(3000));
+    publisher.kill();
+    ASSERT_TRUE(isWhole(contents(target))) << generator.describe();
+  }
+  fs::remove_all(scratch / "inner");  // temporaries of the dead are nobody's
+}
+
+// Every name that is listed was there at some time, none twice, and those that stay are never
+// missing.
+TEST_F(Races, OfAListingAndChangesListWhatStays) {
+  const fs::path folder = scratch.folder("folder");
+  for (int number = 0; number < 100; ++number) {
+    scratch.file("folder/stays-" + std::to_string(number));
+  }
+  const Other changing([&] {
+    for (std::size_t number = 0;; ++number) {
+      const std::string name = folder / ("passes-" + std::to_string(number % 50));
+      close(open(name.c_str(), O_CREAT | O_WRONLY, 0600));
+      unlink(name.c_str());
+    }
+  });
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    const Scope objectsOfThisListing;
+    const std::vector<std::string> names =
+        listStrings(quen_io_FolderPath__listNamesNative(folder.c_str()));
+    ASSERT_EQ(raised(), "");
+    const std::set<std::string> known(names.begin(), names.end());
+    ASSERT_EQ(known.size(), names.size());
+    ASSERT_EQ(std::ranges::count_if(known, [](auto& name) { return name.starts_with("stays-"); }),
+              100);
+    for (const std::string& name : known) {
+      ASSERT_TRUE(name.starts_with("stays-") || name.starts_with("passes-")) << name;
+    }
+  }
+}
+
+// Somebody puts a link to a folder outside in the place of a folder of the tree, and back.
+TEST_F(Races, OfARemovalAndALinkNeverTouchWhatIsOutside) {
+  const fs::path outside = scratch.folder("outside");
+  scratch.file("outside/kept", "kept");
+  scratch.link("link", outside);
+  const std::string inner = scratch / "tree/inner";
+  const std::string link = scratch / "link";
+  const Other swapping([&] {
+    for (;;) renameat2(AT_FDCWD, link.c_str(), AT_FDCWD, inner.c_str(), RENAME_EXCHANGE);
+  });
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    fs::create_directories(inner);
+    for (int number = 0; number < 10; ++number) {
+      std::fclose(std::fopen((inner + "/" + std::to_string(number)).c_str(), "w"));
+    }
+    quen_io_FolderPath__removeAllNative((scratch / "tree").c_str());
+    raised();  // the swap may well make it fail
+    // A file above may have been made through the link, but what was there before stays.
+    ASSERT_EQ(contents(outside / "kept"), "kept");
+    std::error_code swapped;
+    while (fs::exists(scratch / "tree")) fs::remove_all(scratch / "tree", swapped);
+  }
+}
+
+// Each child is the first of its process to ask.
+TEST_F(Races, DISABLED_OfTheFirstQuestionsProtectTheHome) {
+  setenv("HOME", scratch.folder("home").c_str(), 1);
+  unsetenv("QUEN_HOME");
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    Other asking([&] {
+      std::atomic<int> wrong{0};
+      {
+        std::latch start(kThreads);
+        std::vector<std::jthread> threads;
+        for (int thread = 0; thread < kThreads; ++thread) {
+          threads.emplace_back([&] {
+            start.arrive_and_wait();
+            if (!Quen_isUnsafeRecursiveDeletePath((scratch / "home").c_str())) ++wrong;
+            if (Quen_isUnsafeRecursiveDeletePath((scratch / "other").c_str())) ++wrong;
+          });
+        }
+      }
+      std::_Exit(wrong);
+    });
+    ASSERT_EQ(asking.ending(), 0);
+  }
+}
+
+TEST_F(Races, OfTheFirstQuestionsProtectTheHome) {
+  inFreshProcess("Races.DISABLED_OfTheFirstQuestionsProtectTheHome");
+}
+
+// Threads go on writing while the process exits normally. What they wrote is in the file line by
+// line, and nothing crashes.
+TEST_F(Races, OfAnExitAndWritersLeaveWholeLines) {
+  const fs::path file = scratch / "file";
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    Other leaving([&] {
+      const std::int64_t handle = quen_io_FileWriter__openPath(file.c_str(), 0);
+      for (int thread = 0; thread < kThreads; ++thread) {
+        std::thread([handle] {
+          for (;;) quen_io_FileWriter__writeHandle(handle, "a whole line\n");
+        }).detach();
+      }
+      pause(generator.below(1000));
+      std::exit(0);
+    });
+    ASSERT_EQ(leaving.ending(), 0);
+    std::istringstream lines(contents(file));
+    for (std::string line; std::getline(lines, line);) {
+      ASSERT_EQ(line, lines.eof() ? line : "a whole line");
+    }
+  }
+}
+
+}  // namespace
