@@ -117,11 +117,14 @@ QUEN_IO_INLINE Byte highestByte(const Byte* block) {
 // Continuation bytes stand where a lead before them asks for one, and nowhere else.
 template <std::size_t kSize, std::size_t kLongest>
 QUEN_IO_INLINE bool hasContinuationsInPlace(const Byte* block) {
+  const Byte* one = block - 1;
+  const Byte* two = block - 2;
+  const Byte* three = block - 3;
   Byte misplaced = 0;
   for (std::size_t i = 0; i < kSize; ++i) {
-    Byte due = atLeast(block[i - 1], 0xC0);
-    if constexpr (kLongest >= 3) due |= atLeast(block[i - 2], 0xE0);
-    if constexpr (kLongest >= 4) due |= atLeast(block[i - 3], 0xF0);
+    Byte due = atLeast(one[i], 0xC0);
+    if constexpr (kLongest >= 3) due |= atLeast(two[i], 0xE0);
+    if constexpr (kLongest >= 4) due |= atLeast(three[i], 0xF0);
     const bool continuation = static_cast<signed char>(block[i]) < -0x40;
     misplaced |= static_cast<Byte>(due ^ maskOf(continuation));
   }
@@ -143,11 +146,12 @@ QUEN_IO_INLINE bool hasNoOverlongPairs(const Byte* block) {
 template <std::size_t kSize, Byte kLow, Byte kHigh, Byte kBound>
 QUEN_IO_INLINE bool hasSecondBytesInRange(const Byte* block) {
   constexpr auto kSignedBound = static_cast<signed char>(kBound);
+  const Byte* leads = block - 1;
   Byte nearest = 0xFF;
   for (std::size_t i = 0; i < kSize; ++i) {
     const Byte fromBound = maskOf(static_cast<signed char>(block[i]) >= kSignedBound);
     const Byte wrongLead = kLow ^ (fromBound & (kLow ^ kHigh));
-    nearest = std::min(nearest, static_cast<Byte>(block[i - 1] ^ wrongLead));
+    nearest = std::min(nearest, static_cast<Byte>(leads[i] ^ wrongLead));
   }
   return nearest > 0;
 }
