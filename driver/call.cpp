@@ -5,17 +5,20 @@
 #include <exception>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "driver/commands.h"
 #include "driver/results.h"
 #include "driver/text.h"
+#include "runtime/recording/recording.h"
 
 namespace quen::driver {
 
 const char* const kCallHelp =
     "A result is one line, a list one line for each element. An exception is one line on standard\n"
-    "error, and the exit status is 1. A text that looks like an option of this command comes as\n"
-    "text:--json.";
+    "error, and the exit status is 1. With --trace, what the entry point asks of the runtime\n"
+    "comes first, on standard error, in order, with arguments and answers. A text that looks like\n"
+    "an option of this command comes as text:--json.";
 
 namespace {
 
@@ -90,13 +93,24 @@ std::string describe(const small::Exception& raised) {
   return escaped(raised.className) + ": " + escaped(raised.message);
 }
 
-int runCall(const std::string& name, const std::vector<std::string>& words, bool json) {
+int runCall(const std::string& name, const std::vector<std::string>& words,
+            const CallOptions& options) {
   const small::Scope scope;
   const EntryPoint& entry = findEntryPoint(name);
-  const Outcome outcome = callEntryPoint(entry, words);
-  if (json) {
-    std::cout << toLine(toJson(entry, outcome)) << '\n';
+  Outcome outcome;
+  std::vector<std::string> trace;
+  {
+    std::optional<recording::Recorder> recorder;
+    if (options.trace) recorder.emplace();
+    outcome = callEntryPoint(entry, words);
+    if (recorder) trace = recorder->calls();
+  }
+  if (options.json) {
+    Json json = toJson(entry, outcome);
+    for (const std::string& call : trace) json["trace"].push_back(escaped(call));
+    std::cout << toLine(json) << '\n';
   } else {
+    for (const std::string& call : trace) std::cerr << escaped(call) << '\n';
     print(outcome);
   }
   return outcome.raised ? kRaised : kDone;

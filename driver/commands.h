@@ -20,8 +20,14 @@ struct IndexOptions {
   std::int64_t maxTextBytes = std::int64_t{16} << 20;
 };
 
+struct CallOptions {
+  bool json = false;
+  bool trace = false;
+};
+
 int runIndex(const IndexOptions& options);
-int runCall(const std::string& name, const std::vector<std::string>& words, bool json);
+int runCall(const std::string& name, const std::vector<std::string>& words,
+            const CallOptions& options);
 int runCheck(const std::vector<std::string>& files);
 int runList(const std::vector<std::string>& names);
 int runShell();

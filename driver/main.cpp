@@ -57,10 +57,12 @@ int run(int argc, char** argv) {
 
   CLI::App* call = app.add_subcommand("call", "Calls one entry point and prints what it gives.");
   std::string entry;
-  bool json = false;
+  CallOptions callOptions;
   call->add_option("ENTRY [ARG...]", entry, "Its name, and an argument for each parameter")
       ->required();
-  call->add_flag("--json", json, "Print one JSON object instead of text");
+  call->add_flag("--json", callOptions.json, "Print one JSON object instead of text");
+  call->add_flag("--trace", callOptions.trace,
+                 "Show the operations of the runtime that the entry point asks for");
   // An option of the command line would convert the words: split "[a,b]", drop "{}".
   call->allow_extras();
   call->footer(kCallHelp + kGap + kArgumentsHelp + kGap + kNamesHelp + kGap + kExitStatusHelp);
@@ -88,7 +90,7 @@ int run(int argc, char** argv) {
     throw UsageError(escaped(error.what()) + " (see --help)");
   }
   if (index->parsed()) return runIndex(options);
-  if (call->parsed()) return runCall(entry, wordsOf(*call), json);
+  if (call->parsed()) return runCall(entry, wordsOf(*call), callOptions);
   if (check->parsed()) return runCheck(files);
   if (list->parsed()) return runList(entries);
   return runShell();

@@ -45,6 +45,28 @@ class Names(DriverTest):
                           f'quen-io: "touch" is ambiguous: {", ".join(candidates)}')
 
 
+class Trace(DriverTest):
+    ASKED = ['Quen_filePathFromObject(FolderPath "a/../b") -> "a/../b"',
+             'Quen_getField_i64(FolderPath "a/../b", "_hasParentTraversal") -> 0',
+             'Quen_pathHasExplicitWindowsRoot("a/../b") -> false',
+             'Quen_runtimeFsPath("a/../b")']
+
+    def test_shows_what_is_asked_of_the_runtime_and_then_the_result(self):
+        done = run("call", "--trace", "Path.parent", "folder:a/../b")
+        self.assertEqual(done.stdout, b'FolderPath "." (parent traversal)\n')
+        self.assertEqual(done.stderr.decode().splitlines(),
+                         self.ASKED + ['Quen_allocTypedPathObjectFromPath(".", false, false, true)'])
+
+    def test_is_part_of_the_json(self):
+        done = run("call", "--trace", "--json", "Path.parent", "folder:a/../b")
+        self.assertEqual(json.loads(done.stdout)["trace"][:4], self.ASKED[:4])
+        self.assertEqual(done.stderr, b"")
+
+    def test_shows_no_byte_of_a_name_raw(self):
+        done = run("call", "--trace", "Path.name", "path:\x1b[31m")
+        self.assertNotIn(b"\x1b", done.stderr)
+
+
 class Objects(DriverTest):
     def test_paths_have_their_class(self):
         self.assert_output(["call", "normalize", "path:a/../b"], 'Path "b" (parent traversal)\n')
