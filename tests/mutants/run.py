@@ -79,7 +79,10 @@ class Copy:
             raise RuntimeError(f"{file}: found {text.count(before)} times: {before}")
         try:
             path.write_text(text.replace(before, after))
-            self.make()
+            try:
+                self.make()
+            except RuntimeError as failure:
+                raise SystemExit(f"does not build: {title(mutant)}\n{failure}")
             return self.failing_test()
         finally:
             path.write_text(text)
