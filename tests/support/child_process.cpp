@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 
 namespace quen::tests {
@@ -65,9 +67,13 @@ void inFreshProcess(std::string_view test) {
   const pid_t child = fork();
   ASSERT_NE(child, -1);
   if (child == 0) {
-    const std::string filter = "--gtest_filter=" + std::string(test);
-    execl("/proc/self/exe", "test", filter.c_str(), "--gtest_also_run_disabled_tests",
-          static_cast<char*>(nullptr));
+    // An emulated processor's programs are run by their emulator.
+    const char* emulator = std::getenv("QUEN_IO_EMULATOR");
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe");
+    const std::string command = (emulator == nullptr ? "" : std::string(emulator) + ' ') + program +
+                                " --gtest_also_run_disabled_tests --gtest_filter=" +
+                                std::string(test);
+    execl("/bin/sh", "sh", "-c", ("exec " + command).c_str(), static_cast<char*>(nullptr));
     _exit(127);
   }
   EXPECT_EQ(outcomeOf(child), 0) << test << " failed in a process of its own";
