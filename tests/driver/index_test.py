@@ -311,7 +311,10 @@ def wait_until_caught(pid, number):
     caught = 0
     while not caught >> (number - 1) & 1:
         with open(f"/proc/{pid}/status", encoding="ascii") as status:
-            caught = int(re.search(r"SigCgt:\s*(\w+)", status.read())[1], 16)
+            text = status.read()
+        if re.search(r"^State:\s*Z", text, re.MULTILINE):
+            raise AssertionError("the process has ended")
+        caught = int(re.search(r"SigCgt:\s*(\w+)", text)[1], 16)
         time.sleep(0.001)
 
 
