@@ -70,9 +70,9 @@ void inFreshProcess(std::string_view test) {
     // An emulated processor's programs are run by their emulator.
     const char* emulator = std::getenv("QUEN_IO_EMULATOR");
     const std::string program = std::filesystem::read_symlink("/proc/self/exe");
-    const std::string command = (emulator == nullptr ? "" : std::string(emulator) + ' ') + program +
-                                " --gtest_also_run_disabled_tests --gtest_filter=" +
-                                std::string(test);
+    const std::string command =
+        (emulator == nullptr ? "" : std::string(emulator) + ' ') + program +
+        " --gtest_also_run_disabled_tests --gtest_filter=" + std::string(test);
     execl("/bin/sh", "sh", "-c", ("exec " + command).c_str(), static_cast<char*>(nullptr));
     _exit(127);
   }
