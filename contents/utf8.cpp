@@ -14,8 +14,15 @@
 #include "contents/text.h"
 
 // Compiles a function twice, and chooses when the module is loaded. What it calls has to be
-// compiled into it.
-#if defined(__x86_64__)
+// compiled into it. The choice is made before the thread sanitizer is ready to watch it.
+#if defined(__SANITIZE_THREAD__)
+#define QUEN_IO_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#define QUEN_IO_THREAD_SANITIZER __has_feature(thread_sanitizer)
+#else
+#define QUEN_IO_THREAD_SANITIZER 0
+#endif
+#if defined(__x86_64__) && !QUEN_IO_THREAD_SANITIZER
 #define QUEN_IO_ALSO_WIDE __attribute__((target_clones("avx2", "default")))
 #else
 #define QUEN_IO_ALSO_WIDE
