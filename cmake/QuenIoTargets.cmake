@@ -12,7 +12,7 @@ function(quen_io_configure target)
     VISIBILITY_INLINES_HIDDEN ON)
   target_include_directories(${target}
     PRIVATE ${PROJECT_SOURCE_DIR}
-    PUBLIC ${PROJECT_SOURCE_DIR}/runtime/include)
+    PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/runtime/include>)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic
     -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wuseless-cast
@@ -48,6 +48,7 @@ function(quen_io_add_static_library target objects)
   set_source_files_properties(${object} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
   add_library(${target} STATIC ${object})
   add_library(quen::io_static ALIAS ${target})
-  set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX)
-  target_include_directories(${target} INTERFACE ${PROJECT_SOURCE_DIR}/runtime/include)
+  set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX EXPORT_NAME io_static)
+  target_include_directories(${target}
+    INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/runtime/include>)
 endfunction()

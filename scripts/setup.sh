@@ -1,7 +1,7 @@
 # Sourced by the commands that build: installs what is missing, quietly, and nothing when nothing is.
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkgconf python3 libcli11-dev nlohmann-json3-dev libreadline-dev)
-TEST_PACKAGES=(libgtest-dev binutils)
+TEST_PACKAGES=(libgtest-dev binutils man-db groff-base bash fish zsh)
 LINT_PACKAGES=(clang clang-tidy clang-format)
 
 # The packages among the arguments that are not installed.

@@ -1,0 +1,70 @@
+# What is installed, as two components: the libraries with all that it takes to build against them,
+# and the driver. An installed tree may be moved: nothing in it names the place it was made for.
+
+include(CMakePackageConfigHelpers)
+include(GNUInstallDirs)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/quen_io)
+
+install(TARGETS quen_io EXPORT quen_io-targets
+  LIBRARY COMPONENT Runtime NAMELINK_COMPONENT Development
+  FILE_SET HEADERS COMPONENT Development
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(TARGETS quen_io_static EXPORT quen_io-targets
+  ARCHIVE COMPONENT Development
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT quen_io-targets NAMESPACE quen:: DESTINATION ${package_dir} COMPONENT Development)
+
+# The small runtime, for whoever has none, is a part that has to be asked for. Installed, its header
+# is "quen/small/host.h".
+install(TARGETS quen_small_runtime EXPORT quen_io-small_runtime-targets
+  ARCHIVE COMPONENT Development
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES runtime/small/host.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quen/small COMPONENT Development)
+install(EXPORT quen_io-small_runtime-targets
+  NAMESPACE quen:: DESTINATION ${package_dir} COMPONENT Development)
+
+# So is the conformance kit, for whoever makes a runtime, with the program to start from.
+install(TARGETS quen_io_conformance_kit EXPORT quen_io-conformance_kit-targets
+  ARCHIVE COMPONENT Development
+  FILE_SET HEADERS COMPONENT Development
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES conformance/main_template.cpp RENAME runtime_conformance.cpp
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/quen_io COMPONENT Development)
+install(EXPORT quen_io-conformance_kit-targets
+  NAMESPACE quen:: DESTINATION ${package_dir} COMPONENT Development)
+
+set(conformance_program ${CMAKE_INSTALL_DATADIR}/quen_io/runtime_conformance.cpp)
+configure_package_config_file(cmake/quen_io-config.cmake.in quen_io-config.cmake
+  INSTALL_DESTINATION ${package_dir}
+  PATH_VARS conformance_program
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(quen_io-config-version.cmake COMPATIBILITY SameMinorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/quen_io-config.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/quen_io-config-version.cmake
+  DESTINATION ${package_dir} COMPONENT Development)
+
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+  BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE pc_to_prefix)
+configure_file(cmake/quen_io.pc.in quen_io.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/quen_io.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
+
+if(QUEN_IO_DRIVER)
+  cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR
+    BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR} OUTPUT_VARIABLE bin_to_lib)
+  set_target_properties(quen-io PROPERTIES INSTALL_RPATH $ORIGIN/${bin_to_lib})
+  install(TARGETS quen-io COMPONENT Driver)
+
+  get_target_property(driver_dir quen-io BINARY_DIR)
+  install(FILES ${driver_dir}/quen-io.1.gz
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Driver)
+  install(FILES ${driver_dir}/quen-io.bash RENAME quen-io
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT Driver)
+  install(FILES ${driver_dir}/_quen-io
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT Driver)
+  install(FILES ${driver_dir}/quen-io.fish
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT Driver)
+endif()

@@ -1,0 +1,9 @@
+// The entry points are declared for older standards too.
+
+#include <quen/io/entry_points.h>
+
+static_assert(__cplusplus == 201703L);
+
+bool isNormalized(void* path);
+
+bool isNormalized(void* path) { return quen_io_Path__isNormalized(path); }

@@ -1,0 +1,92 @@
+#!/usr/bin/env bash
+# Installs a built module, moves the tree elsewhere, and builds and runs programs against it as
+# somebody else would: run.sh BUILD
+set -euo pipefail
+build=$(realpath -- "${1:?usage: run.sh BUILD}")
+cd "$(dirname "$0")"
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+# What a variable was set to when the module was built.
+cached() { sed -n "s/^$1:[^=]*=//p" "$build/CMakeCache.txt"; }
+
+fail() { printf '%s\n' "$*" >&2; exit 1; }
+
+cmake --install "$build" --prefix "$scratch/first" >/dev/null
+mv "$scratch/first" "$scratch/moved tree"
+prefix="$scratch/moved tree"
+libdir=$(cached CMAKE_INSTALL_LIBDIR)
+version=$(cached CMAKE_PROJECT_VERSION)
+type=$(cached CMAKE_BUILD_TYPE)
+compiler=$(cached CMAKE_CXX_COMPILER)
+flags=$(cached CMAKE_CXX_FLAGS)
+
+echo "== Files"
+expected_files() {
+  cat <<LIST
+include/quen/io/conformance.h
+include/quen/io/entry_points.h
+include/quen/io/operations.h
+include/quen/small/host.h
+$libdir/cmake/quen_io/quen_io-config-version.cmake
+$libdir/cmake/quen_io/quen_io-config.cmake
+$libdir/cmake/quen_io/quen_io-conformance_kit-targets-${type,,}.cmake
+$libdir/cmake/quen_io/quen_io-conformance_kit-targets.cmake
+$libdir/cmake/quen_io/quen_io-small_runtime-targets-${type,,}.cmake
+$libdir/cmake/quen_io/quen_io-small_runtime-targets.cmake
+$libdir/cmake/quen_io/quen_io-targets-${type,,}.cmake
+$libdir/cmake/quen_io/quen_io-targets.cmake
+$libdir/libquen_io.so
+$libdir/libquen_io.so.${version%%.*}
+$libdir/libquen_io.so.$version
+$libdir/libquen_io_conformance_kit.a
+$libdir/libquen_io_static.a
+$libdir/libquen_small_runtime.a
+$libdir/pkgconfig/quen_io.pc
+share/quen_io/runtime_conformance.cpp
+LIST
+  [ "$(cached QUEN_IO_DRIVER)" != ON ] || cat <<LIST
+bin/quen-io
+share/bash-completion/completions/quen-io
+share/fish/vendor_completions.d/quen-io.fish
+share/man/man1/quen-io.1.gz
+share/zsh/site-functions/_quen-io
+LIST
+}
+diff <(expected_files | sort) <(cd "$prefix" && find . ! -type d -printf '%P\n' | sort) ||
+  fail "These files are missing (<) or unexpected (>) in an installed tree."
+
+echo "== No trace of where it was built or installed first"
+! grep -rlF -e "$scratch/first" -e "$build" "$prefix/include" "$prefix/$libdir/cmake" \
+  "$prefix/$libdir/pkgconfig" || fail "These files name the place."
+
+# Each program prints the same.
+expected=$'b/ 1\nIOException: Cannot open file'
+run_program() {
+  local printed
+  echo "== $1"
+  printed=$("$2")
+  [ "$printed" = "$expected" ] || fail "$1 printed: $printed"
+}
+
+cmake -S . -B "$scratch/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
+  -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags" >/dev/null
+cmake --build "$scratch/consumer"
+run_program "CMake, shared" "$scratch/consumer/shared"
+run_program "CMake, static" "$scratch/consumer/static"
+
+echo "== The conformance kit, with the program to start from as it stands"
+unmet=$("$scratch/consumer/conformance") && fail "A runtime that makes no objects passes."
+[[ $unmet == *" requirements, "*" not met"* ]] || fail "The kit printed: $unmet"
+
+# Spaces in a .pc file's folder come out escaped for a shell.
+export PKG_CONFIG_PATH="$prefix/$libdir/pkgconfig"
+eval "options=($flags $(pkg-config --cflags --libs quen_io))"
+"$compiler" -std=c++17 -Wall -Wextra -Werror own_runtime.cpp "${options[@]}" \
+  -Wl,-rpath,"$prefix/$libdir" -o "$scratch/own_runtime"
+run_program "pkg-config and a runtime of its own" "$scratch/own_runtime"
+
+if [ "$(cached QUEN_IO_DRIVER)" = ON ]; then
+  echo "== The driver"
+  [ "$("$prefix/bin/quen-io" --version)" = "quen-io $version" ] || fail "That is not the driver."
+fi
