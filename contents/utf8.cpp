@@ -14,7 +14,8 @@
 #include "contents/text.h"
 
 // Compiles a function twice, and chooses when the module is loaded. What it calls has to be
-// compiled into it. The choice is made before the thread sanitizer is ready to watch it.
+// compiled into it. The choice is made before the thread sanitizer is ready to watch it, and
+// coverage is that of one form.
 #if defined(__SANITIZE_THREAD__)
 #define QUEN_IO_THREAD_SANITIZER 1
 #elif defined(__has_feature)
@@ -22,7 +23,7 @@
 #else
 #define QUEN_IO_THREAD_SANITIZER 0
 #endif
-#if defined(__x86_64__) && !QUEN_IO_THREAD_SANITIZER
+#if defined(__x86_64__) && !QUEN_IO_THREAD_SANITIZER && !defined(QUEN_IO_ONE_FORM)
 #define QUEN_IO_ALSO_WIDE __attribute__((target_clones("avx2", "default")))
 #else
 #define QUEN_IO_ALSO_WIDE
