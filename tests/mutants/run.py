@@ -26,7 +26,8 @@ TEST_SECONDS = 300
 # notice mistakes in what they are linked to only.
 TESTS = ["quen_io_recorded_tests", "quen_io_tests", "quen_io_internal_tests"]
 INTERNAL = {"contents/utf8.cpp", "runtime/conventions.cpp"}
-SOURCES = ["CMakeLists.txt", "cmake", "runtime", "path", "entries", "contents", "writers", "data", "tests"]
+SOURCES = ["CMakeLists.txt", "cmake", "runtime", "path", "entries", "contents", "writers", "data",
+           "conformance", "examples", "tests"]
 
 
 class Copy:
