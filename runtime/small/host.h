@@ -99,6 +99,7 @@ bool isFolderPath(void* object);
 
 // Exceptions.
 
+// What Quen_raise was given.
 struct Exception {
   std::string className;
   std::string message;
@@ -113,6 +114,7 @@ std::optional<Exception> takeException();
 // A query always asks the system, so that it never tells of an entry that has gone since. What a
 // listing recorded is for whoever walks the folder right after it and would rather not ask again.
 
+// What is neither a regular file nor a directory.
 inline constexpr QuenPathEntryKind kMissingEntry{0};
 inline constexpr QuenPathEntryKind kOtherEntry{3};
 
@@ -123,6 +125,7 @@ std::optional<QuenPathEntryKind> recordedKind(const std::filesystem::path& path)
 // How many kinds are on record.
 std::size_t recordedKinds();
 
+// Empties the record.
 void forgetRecordedKinds();
 
 }  // namespace quen::small
