@@ -2,10 +2,17 @@
 
 #include <algorithm>
 #include <charconv>
+#include <condition_variable>
+#include <cstddef>
 #include <exception>
 #include <filesystem>
+#include <future>
+#include <iterator>
+#include <mutex>
 #include <optional>
 #include <string_view>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "quen/io/entry_points.h"
@@ -102,29 +109,113 @@ std::vector<Pending> inspect(const Walk& plan, const Pending& pending, Entry& en
   return entry.kind == Kind::kFolder ? listFolder(full, entry) : std::vector<Pending>();
 }
 
-}  // namespace
+// An entry that is ready to be visited, and then what is in it, which comes in parts.
+struct Found;
+using Part = std::vector<Found>;
+struct Found {
+  Entry entry;
+  std::vector<std::future<Part>> contents;
+};
 
-// A stack of its own instead of recursion, so that depth costs nothing; and a scope for each entry,
-// so that what was read is given back before the next.
-void walk(const Walk& plan) {
-  std::vector<Pending> stack = {{std::string(kRoot), std::nullopt}};
-  while (!stack.empty()) {
+// Inspects ahead of the visit on threads of its own, what is to be visited first before the rest.
+// Nothing waits in there for anything else.
+class Inspectors {
+ public:
+  explicit Inspectors(const Walk& plan) : plan_(plan) {
+    const unsigned count = std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
+    for (unsigned i = 0; i < count; ++i) threads_.emplace_back([this] { work(); });
+  }
+
+  // Leaves undone what has not begun.
+  ~Inspectors() {
+    {
+      const std::lock_guard lock(mutex_);
+      hasEnded_ = true;
+    }
+    wake_.notify_all();
+  }
+
+  Inspectors(const Inspectors&) = delete;
+  Inspectors& operator=(const Inspectors&) = delete;
+
+  // A scope for each entry gives back what was read before the next.
+  Found inspected(const Pending& pending) {
     const small::Scope scope;
-    const Pending pending = std::move(stack.back());
-    stack.pop_back();
-
-    Entry entry;
-    entry.path = pending.path;
-    std::vector<Pending> contents;
+    Found found;
+    found.entry.path = pending.path;
     try {
-      contents = inspect(plan, pending, entry);
+      found.contents = begin(inspect(plan_, pending, found.entry));
     } catch (const std::exception& failure) {  // more than memory holds
       small::takeException();
-      entry.error = failure.what();
+      found.entry.error = failure.what();
     }
-    if (!plan.visit(entry)) return;
-    std::ranges::move(contents.rbegin(), contents.rend(), std::back_inserter(stack));
+    return found;
   }
+
+ private:
+  static constexpr unsigned kMostThreads = 8;
+  static constexpr std::size_t kPart = 64;
+
+  using Task = std::packaged_task<Part()>;
+
+  std::vector<std::future<Part>> begin(std::vector<Pending> contents) {
+    std::vector<std::future<Part>> parts;
+    std::vector<Task> tasks;
+    for (std::size_t at = 0; at < contents.size(); at += kPart) {
+      const auto first = contents.begin() + static_cast<std::ptrdiff_t>(at);
+      const auto last = first + std::min<std::ptrdiff_t>(kPart, contents.end() - first);
+      tasks.emplace_back(
+          [this, pending = std::vector(std::move_iterator(first), std::move_iterator(last))] {
+            Part part;
+            for (const Pending& each : pending) part.push_back(inspected(each));
+            return part;
+          });
+      parts.push_back(tasks.back().get_future());
+    }
+    {
+      const std::lock_guard lock(mutex_);
+      std::ranges::move(tasks.rbegin(), tasks.rend(), std::back_inserter(tasks_));
+    }
+    wake_.notify_all();
+    return parts;
+  }
+
+  void work() {
+    while (true) {
+      std::unique_lock lock(mutex_);
+      wake_.wait(lock, [this] { return hasEnded_ || !tasks_.empty(); });
+      if (hasEnded_) return;
+      Task task = std::move(tasks_.back());
+      tasks_.pop_back();
+      lock.unlock();
+      task();
+    }
+  }
+
+  const Walk& plan_;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::vector<Task> tasks_;  // the last one is next
+  bool hasEnded_ = false;
+  std::vector<std::jthread> threads_;
+};
+
+// Recursion goes no deeper than a path can be long.
+bool visitAll(const Walk& plan, std::vector<std::future<Part>>& parts) {
+  for (std::future<Part>& part : parts) {
+    for (Found& found : part.get()) {
+      if (!plan.visit(found.entry) || !visitAll(plan, found.contents)) return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+void walk(const Walk& plan) {
+  Inspectors inspectors(plan);
+  Found root = inspectors.inspected({std::string(kRoot), std::nullopt});
+  if (plan.visit(root.entry)) visitAll(plan, root.contents);
 }
 
 }  // namespace quen::driver
