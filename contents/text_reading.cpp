@@ -151,7 +151,6 @@ void* quen_io_FileReader__readAllTextPath(const char* path) {
 // The cut may fall inside a character and is not moved: the offset counts bytes.
 void* quen_io_FileInputStream__readTextFromOffsetPath(const char* path, std::int64_t offset) {
   std::string text = readUtf8TextFileOrRaise(path);
-  if (offset <= 0) return Quen_allocString(text);
-  if (static_cast<std::uint64_t>(offset) >= text.size()) return Quen_allocString("");
-  return Quen_allocString(text.erase(0, static_cast<std::size_t>(offset)));
+  const std::int64_t start = std::clamp<std::int64_t>(offset, 0, std::ssize(text));
+  return Quen_allocString(text.erase(0, static_cast<std::size_t>(start)));
 }

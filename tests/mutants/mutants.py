@@ -248,10 +248,10 @@ MUTANTS = [
     # contents/text_reading.cpp
     ('contents/text_reading.cpp', 'if (Quen_hasPendingError() != 0) return {};',
      ''),
-    ('contents/text_reading.cpp', '>= text.size()',
-     '> text.size() + 1'),
-    ('contents/text_reading.cpp', 'if (offset <= 0) return',
-     'if (offset == 0) return'),
+    ('contents/text_reading.cpp', 'std::clamp<std::int64_t>(offset, 0, std::ssize(text));',
+     'std::min<std::int64_t>(offset, std::ssize(text));'),
+    ('contents/text_reading.cpp', 'std::clamp<std::int64_t>(offset, 0, std::ssize(text));',
+     'std::clamp<std::int64_t>(offset, 0, std::ssize(text) - 1);'),
     ('contents/text_reading.cpp', 'if (ready == kFirstPiece) appendRest(text, source);',
      'if (ready == kFirstPiece) { appendRest(text, source); break; }'),
     ('contents/text_reading.cpp', 'file_.pubseekpos(offset_, std::ios::in);',
@@ -335,7 +335,7 @@ MUTANTS = [
      'text.copy(buffer.data(), text.size())'),
     # data/toml_input.cpp
     ('data/toml_input.cpp', '  if (nul != std::string::npos) return',
-     '  std::uint64_t early = 0;\n  if (nul != std::string::npos && validateUtf8(text, early)) return'),
+     '  std::uint64_t early = 0;\n  if (nul != std::string::npos && validateUtf8(text.bytes, early)) return'),
     ('data/toml_input.cpp', '"quen.io.toml.TOMLParseException"',
      '"IOException"'),
     ('data/toml_input.cpp', "text.bytes.find('\\0')",

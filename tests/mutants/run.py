@@ -22,10 +22,14 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 WORK = ROOT / "build" / "mutants"
 WORKERS = 2
 TEST_SECONDS = 300
-# The quick ones first: most mistakes are noticed there. The slow exhaustive ones of the validator can
-# notice mistakes in what they are linked to only.
-TESTS = ["quen_io_recorded_tests", "quen_io_tests", "quen_io_internal_tests"]
-INTERNAL = {"contents/utf8.cpp", "runtime/conventions.cpp"}
+# Programs, arguments, and the files that they look at, where it is not all. The quick ones come first:
+# most mistakes are noticed there.
+TESTS = [
+    ("quen_io_recorded_tests", [], None),
+    ("quen_io_tests", [], None),
+    ("quen_io_internal_tests", [], {"contents/utf8.cpp", "runtime/conventions.cpp"}),
+    ("quen_io_races", ["--gtest_filter=Races.OfWriters*"], {"writers/file_writers.cpp"}),
+]
 SOURCES = ["CMakeLists.txt", "cmake", "runtime", "path", "entries", "contents", "writers", "data",
            "conformance", "examples", "tests"]
 
@@ -53,7 +57,8 @@ class Copy:
             sys.exit(f"{failed} fails without any mutant")
 
     def make(self):
-        self.run("cmake", "--build", self.build, "--target", "quen_io", *TESTS)
+        self.run("cmake", "--build", self.build, "--target", "quen_io",
+                 *(program for program, _, _ in TESTS))
 
     def run(self, *command):
         done = subprocess.run([str(part) for part in command], capture_output=True, text=True)
@@ -62,15 +67,17 @@ class Copy:
 
     def failing_test(self, file=None):
         """The first program of tests that fails, or None; of those that look at the file."""
-        for test in TESTS if file is None or file in INTERNAL else TESTS[:-1]:
+        for program, arguments, files in TESTS:
+            if file is not None and files is not None and file not in files:
+                continue
             try:
-                done = subprocess.run([self.build / "tests" / test, "--gtest_brief=1",
-                                       "--gtest_fail_fast"],
+                done = subprocess.run([self.build / "tests" / program, "--gtest_brief=1",
+                                       "--gtest_fail_fast", *arguments],
                                       capture_output=True, timeout=TEST_SECONDS, check=False)
             except subprocess.TimeoutExpired:
-                return test
+                return program
             if done.returncode != 0:
-                return test
+                return program
         return None
 
     def noticed(self, mutant):
