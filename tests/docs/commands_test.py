@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 """Every session with quen-io that a document shows gives what the document shows.
 
-    QUEN_IO_DRIVER=.../quen-io commands_test.py
+    commands_test.py PROGRAM...
 
 A session is a fenced block of the kind "console": lines that begin with "$ " are commands, the lines
-below each what it prints, standard output and error together. All sessions of a document run one after
-the other in one folder. A line "..." stands for any lines.
+below each what it prints, standard output and error together. The commands find each PROGRAM by its
+name. All sessions of a document run one after the other in one folder. A line "..." stands for any
+lines.
 """
 
 import os
@@ -16,7 +17,7 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-DRIVER = pathlib.Path(os.environ["QUEN_IO_DRIVER"]).resolve()
+PROGRAMS = [pathlib.Path(program).resolve() for program in sys.argv[1:]]
 
 
 def sessions(document):
@@ -43,7 +44,9 @@ def check(document):
     """How many commands it shows, and what was found wrong."""
     count, faults = 0, []
     with tempfile.TemporaryDirectory() as folder:
-        environment = os.environ | {"PATH": f"{DRIVER.parent}:{os.environ['PATH']}", "LC_ALL": "C.UTF-8"}
+        environment = os.environ | {
+            "PATH": ":".join([*(str(program.parent) for program in PROGRAMS), os.environ["PATH"]]),
+            "LC_ALL": "C.UTF-8"}
         for command, printed in sessions(document):
             count += 1
             done = subprocess.run(["bash", "-c", command], cwd=folder, env=environment, text=True,
