@@ -37,21 +37,6 @@ constexpr std::string_view kObjectForms =
 constexpr std::string_view kTextPrefix = "text:";
 constexpr std::string_view kHexPrefix = "hex:";
 constexpr std::string_view kNull = "null";
-constexpr std::int64_t kLongestByteArray = std::int64_t{1} << 30;
-
-std::int64_t integerOf(std::string_view digits, std::int64_t least, std::int64_t most) {
-  std::int64_t value = 0;
-  const char* end = digits.data() + digits.size();
-  const auto [stop, error] = std::from_chars(digits.data(), end, value);
-  if (error == std::errc::invalid_argument || stop != end) {
-    throw UsageError("no integer: " + inQuotes(digits));
-  }
-  if (error == std::errc::result_out_of_range || value < least || value > most) {
-    throw UsageError(std::string(digits) + " is not within " + std::to_string(least) + " to " +
-                     std::to_string(most));
-  }
-  return value;
-}
 
 std::string hexBytes(std::string_view digits) {
   if (const auto bytes = bytesOfHex(digits)) return *bytes;
@@ -63,7 +48,7 @@ void* byteArrayOf(const std::string& bytes) {
 }
 
 void* zeroedByteArray(const std::string& length) {
-  return small::newByteArray(static_cast<std::size_t>(integerOf(length, 0, kLongestByteArray)));
+  return small::newByteArray(static_cast<std::size_t>(integerOf(length, 0, kMostBytes)));
 }
 
 struct ObjectForm {
@@ -163,6 +148,20 @@ Argument argumentOf(const Parameter& parameter, const std::string& word, const R
   } catch (const UsageError& error) {
     throw UsageError(std::string(parameter.name) + ": " + error.what());
   }
+}
+
+std::int64_t integerOf(std::string_view digits, std::int64_t least, std::int64_t most) {
+  std::int64_t value = 0;
+  const char* end = digits.data() + digits.size();
+  const auto [stop, error] = std::from_chars(digits.data(), end, value);
+  if (error == std::errc::invalid_argument || stop != end) {
+    throw UsageError("no integer: " + inQuotes(digits));
+  }
+  if (error == std::errc::result_out_of_range || value < least || value > most) {
+    throw UsageError(std::string(digits) + " is not within " + std::to_string(least) + " to " +
+                     std::to_string(most));
+  }
+  return value;
 }
 
 bool isValue(std::string_view word) { return isResult(word) || formOf(word) != nullptr; }

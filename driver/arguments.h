@@ -1,6 +1,7 @@
 // How the words of a command line become arguments of an entry point.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <span>
@@ -17,6 +18,10 @@ using Results = std::map<std::string, Value, std::less<>>;
 
 // The argument that a word stands for. Throws UsageError when the parameter does not take it.
 Argument argumentOf(const Parameter& parameter, const std::string& word, const Results& results);
+
+// The integer of decimal digits, with a minus for one below 0. Throws UsageError when they are none
+// or it is out of range.
+std::int64_t integerOf(std::string_view digits, std::int64_t least, std::int64_t most);
 
 // Whether a word stands for a value by itself, as "$1" or "path:a/b" do.
 bool isValue(std::string_view word);

@@ -2,6 +2,7 @@
 
 #include "driver/call.h"
 
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -9,6 +10,7 @@
 
 #include "driver/commands.h"
 #include "driver/results.h"
+#include "driver/terminal.h"
 #include "driver/text.h"
 #include "runtime/recording/recording.h"
 
@@ -18,7 +20,7 @@ const char* const kCallHelp =
     "A result is one line, a list one line for each element. An exception is one line on standard\n"
     "error, and the exit status is 1. With --trace, what the entry point asks of the runtime\n"
     "comes first, on standard error, in order, with arguments and answers. A text that looks like\n"
-    "an option of this command comes as text:--json.";
+    "an option of this command comes as text:--json, or behind a --.";
 
 namespace {
 
@@ -42,9 +44,15 @@ Json toJson(const EntryPoint& entry, const Outcome& outcome) {
   return json;
 }
 
+// The name of an operation, and paler what it was asked and what it answered.
+void printTraced(const std::string& call) {
+  const std::size_t end = std::min(call.find('('), call.size());
+  std::cerr << call.substr(0, end) << styled(std::cerr, Style::kDim, call.substr(end)) << '\n';
+}
+
 void print(const Outcome& outcome) {
   if (outcome.raised) {
-    std::cerr << describe(*outcome.raised) << '\n';
+    report(*outcome.raised);
     return;
   }
   if (isList(outcome.result)) {
@@ -93,6 +101,11 @@ std::string describe(const small::Exception& raised) {
   return escaped(raised.className) + ": " + escaped(raised.message);
 }
 
+void report(const small::Exception& raised) {
+  std::cerr << styled(std::cerr, Style::kFailure, escaped(raised.className)) << ": "
+            << escaped(raised.message) << '\n';
+}
+
 int runCall(const std::string& name, const std::vector<std::string>& words,
             const CallOptions& options) {
   const small::Scope scope;
@@ -110,7 +123,7 @@ int runCall(const std::string& name, const std::vector<std::string>& words,
     for (const std::string& call : trace) json["trace"].push_back(escaped(call));
     std::cout << toLine(json) << '\n';
   } else {
-    for (const std::string& call : trace) std::cerr << escaped(call) << '\n';
+    for (const std::string& call : trace) printTraced(escaped(call));
     print(outcome);
   }
   return outcome.raised ? kRaised : kDone;

@@ -32,4 +32,7 @@ Outcome callEntryPoint(const EntryPoint& entry, const std::vector<std::string>& 
 // One line, as "IOException: Cannot open file".
 std::string describe(const small::Exception& raised);
 
+// The same on standard error.
+void report(const small::Exception& raised);
+
 }  // namespace quen::driver

@@ -8,6 +8,7 @@
 
 #include "driver/commands.h"
 #include "driver/progress.h"
+#include "driver/terminal.h"
 #include "driver/text.h"
 #include "quen/io/entry_points.h"
 #include "runtime/small/host.h"
@@ -51,7 +52,8 @@ int runCheck(const std::vector<std::string>& files) {
     progress.show(checked, bytes, file);
     if (const auto fault = faultOf(file)) {
       progress.erase();
-      std::cout << escaped(file) << ": " << escaped(*fault) << '\n' << std::flush;
+      const std::string reason = styled(std::cout, Style::kFailure, escaped(*fault));
+      std::cout << escaped(file) << ": " << reason << '\n' << std::flush;
       status = kRaised;
     }
     ++checked;

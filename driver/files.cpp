@@ -20,6 +20,9 @@ std::string readFile(const std::string& path) {
 
   std::string contents;
   for (;;) {
+    if (std::max(size, static_cast<std::int64_t>(contents.size())) > kMostBytes) {
+      throw UsageError("more than " + std::to_string(kMostBytes) + " bytes in " + inQuotes(path));
+    }
     const small::Scope scope;
     void* buffer = small::newByteArray(static_cast<std::size_t>(portion));
     const auto position = static_cast<std::int64_t>(contents.size());

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "driver/commands.h"
+#include "driver/terminal.h"
 
 namespace quen::driver {
 
@@ -17,7 +18,8 @@ namespace {
 constexpr std::string_view kIndent = "    ";
 
 void writeHead(std::ostream& output, const EntryPoint& entry) {
-  output << entry.shortName << '\n' << kIndent << entry.signature << '\n';
+  output << styled(output, Style::kBold, entry.shortName) << '\n'
+         << kIndent << entry.signature << '\n';
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -89,7 +90,7 @@ class Session {
       if (!words) throw UsageError("a quote is left open");
       if (words->empty() || words->front().starts_with('#')) return true;
       return runWords(*words);
-    } catch (const UsageError& error) {
+    } catch (const std::exception& error) {  // wrong usage, or more than memory holds
       complain(error.what());
       return false;
     }
@@ -137,7 +138,7 @@ class Session {
                const std::vector<std::string>& words) {
     const Outcome outcome = callEntryPoint(entry, words, results_);
     if (outcome.raised) {
-      std::cerr << describe(*outcome.raised) << '\n';
+      report(*outcome.raised);
       return false;
     }
     keep(name, outcome.result);
