@@ -26,15 +26,18 @@ class Answer:
 class Contestant:
     """One process, started once, so that its start is not measured."""
 
-    def __init__(self, name, command):
+    def __init__(self, name, command, operations=None):
         self.name = name
         self.command = command
+        self.operations = operations  # none: all that it knows
         self.process = None
         self.skipped = {}
 
     def ask(self, workload, iterations):
         """The answer to a request, or None when the contestant has nothing of the kind."""
         if workload.name in self.skipped:
+            return None
+        if self.operations is not None and workload.operation_of(self.name) not in self.operations:
             return None
         if self.process is None:
             self.process = subprocess.Popen(self.command, stdin=subprocess.PIPE,
@@ -72,6 +75,7 @@ def build():
         "java": ["env", "LC_ALL=C.UTF-8", "java", "-cp", PEERS, "Peer"],
     }
     return ([Contestant(name, [BUILD / "bench" / f"contestant_{name}"]) for name in OWN] +
+            [Contestant("narrow", [BUILD / "bench/contestant_narrow"], {"utf8"})] +
             [Contestant(name, command) for name, command in peers.items() if is_there(name, command)])
 
 

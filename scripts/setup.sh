@@ -2,7 +2,7 @@
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkgconf python3 libcli11-dev nlohmann-json3-dev libreadline-dev)
 TEST_PACKAGES=(libgtest-dev binutils man-db groff-base bash fish zsh)
-LINT_PACKAGES=(clang clang-tidy clang-format)
+LINT_PACKAGES=(clang clang-tidy clang-format cppcheck)
 
 # The packages among the arguments that are not installed.
 missing_packages() {
