@@ -177,7 +177,7 @@ TEST_F(Races, OfPublicationsShowEveryReaderAWholeVersion) {
 // Processes count on their own, so each uses up other numbers first: two that are at the same
 // number would write into one temporary, against which nothing guards.
 TEST_F(Races, OfPublishingProcessesShowEveryReaderAWholeVersion) {
-  const fs::path target = scratch / "index";
+  const fs::path target = scratch.folder("inner") / "index";
   publish(target, 0);
   const auto publishing = [&](std::size_t process) {
     return [&, process] {
@@ -188,13 +188,15 @@ TEST_F(Races, OfPublishingProcessesShowEveryReaderAWholeVersion) {
       for (std::size_t round = 0;; ++round) publish(target, round);
     };
   };
-  const Other one(publishing(0));
-  const Other two(publishing(1));
-  const Other three(publishing(2));
+  Other one(publishing(0));
+  Other two(publishing(1));
+  Other three(publishing(2));
   for (std::size_t reading = 0; reading < 20 * kRounds; ++reading) {
     const Scope objectsOfThisReading;
     ASSERT_TRUE(isWhole(text(quen_io_FileReader__readAllTextPath(target.c_str()))));
   }
+  for (Other* each : {&one, &two, &three}) each->kill();
+  fs::remove_all(scratch / "inner");  // temporaries of the dead are nobody's
 }
 
 TEST_F(Races, OfAPublisherAndItsDeathLeaveAWholeVersion) {
