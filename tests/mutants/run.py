@@ -45,8 +45,11 @@ class Copy:
         shutil.rmtree(self.source, ignore_errors=True)
         self.source.mkdir(parents=True)
         for name in SOURCES:
-            copy = shutil.copytree if (ROOT / name).is_dir() else shutil.copy2
-            copy(ROOT / name, self.source / name)
+            if (ROOT / name).is_dir():
+                shutil.copytree(ROOT / name, self.source / name, copy_function=shutil.copy)
+            else:
+                shutil.copy(ROOT / name, self.source / name)
+        # Copies are new, so that nothing is left in the build of a run that was interrupted.
         # A mistake may leave something unused, which is not what the tests are to notice.
         self.run("cmake", "-S", self.source, "-B", self.build, "-G", "Ninja",
                  "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS=-O1",
