@@ -60,7 +60,6 @@ def mounted(kind, folder):
 
 
 def test_on(kind):
-    """One line of the table: how many tests passed, and the names of those that did not."""
     with tempfile.TemporaryDirectory(prefix="quen-io-filesystems-") as base:
         folder = pathlib.Path(base)
         folder.chmod(0o755)  # some tests give all rights up
@@ -68,15 +67,20 @@ def test_on(kind):
             run("mount", "-t", "tmpfs", "tmpfs", folder, check=True)
         try:
             with mounted(kind, folder) as target:
-                environment = os.environ | {"TMPDIR": str(target)}
-                tests = run(BUILD / "tests/quen_io_tests", "--gtest_brief=1", env=environment, cwd=target)
-                failed = sorted(set(re.findall(r"^\[  FAILED  \] ([\w/.]+)", tests.stdout, re.MULTILINE)))
-                passed = re.findall(r"^\[  PASSED  \] (\d+) tests", tests.stdout, re.MULTILINE)
-                index = run("python3", ROOT / "tests/driver/index_agreement_test.py", cwd=target,
-                            env=environment | {"QUEN_IO_DRIVER": str(BUILD / "driver/quen-io")})
+                return test_in(target, kind, BUILD)
         finally:
             if kind == "overlay":
                 run("umount", folder, check=True)
+
+
+def test_in(target, kind, build, *trees):
+    """One line of the table: how many tests passed, and the names of those that did not."""
+    environment = os.environ | {"TMPDIR": str(target)}
+    tests = run(build / "tests/quen_io_tests", "--gtest_brief=1", env=environment, cwd=target)
+    failed = sorted(set(re.findall(r"^\[  FAILED  \] ([\w/.]+)", tests.stdout, re.MULTILINE)))
+    passed = re.findall(r"^\[  PASSED  \] (\d+) tests", tests.stdout, re.MULTILINE)
+    index = run("python3", ROOT / "tests/driver/index_agreement_test.py", *trees, cwd=target,
+                env=environment | {"QUEN_IO_DRIVER": str(build / "driver/quen-io")})
     agrees = index.returncode == 0
     print(f"{kind:8} {passed[-1] if passed else 0:>5} passed {len(failed):>3} failed   "
           f"index {'agrees' if agrees else 'differs'}", *failed, sep="\n    ", flush=True)
