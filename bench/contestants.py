@@ -53,9 +53,11 @@ class Contestant:
         return Answer(int(answer[0]), int(answer[2]) if len(answer) > 2 else None)
 
     def close(self):
+        """Ends the process; the next request starts another."""
         if self.process is not None:
             self.process.stdin.close()
             self.process.wait()
+            self.process = None
 
 
 def build():
