@@ -168,7 +168,7 @@ QUEN_IO_INLINE bool hasSecondBytesInRange(const Byte* block) {
 // branch between them the tests run side by side.
 template <std::size_t kSize>
 QUEN_IO_INLINE bool isWellFormed(const Byte* block) {
-  const Byte highestBefore = std::max({block[-1], block[-2], block[-3]});
+  const Byte highestBefore = std::max(std::max(block[-1], block[-2]), block[-3]);
   if (highestBefore < 0x80 && isAscii<kSize>(block)) return true;
 
   const Byte highest = std::max(highestByte<kSize>(block), highestBefore);
@@ -194,9 +194,8 @@ QUEN_IO_INLINE std::size_t passBlocks(const Byte* bytes, std::size_t at, std::si
 
 QUEN_IO_ALSO_WIDE
 std::size_t passBlocksOfEitherSize(const Byte* bytes, std::size_t at, std::size_t size) {
-  if (size >= kPredecessors + kBlock) return passBlocks<kBlock>(bytes, at, size);
-  if (size >= kPredecessors + kSmallBlock) return passBlocks<kSmallBlock>(bytes, at, size);
-  return at;
+  return size >= kPredecessors + kBlock ? passBlocks<kBlock>(bytes, at, size)
+                                        : passBlocks<kSmallBlock>(bytes, at, size);
 }
 
 // Where the sequence begins that `at` cuts in two, or `at` when it cuts none. The bytes before it

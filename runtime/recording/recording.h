@@ -41,6 +41,9 @@ class Recorder {
   // The texts that have a drive or UNC root, beside those that really do.
   std::set<std::string> windowsRoots;
 
+  // Names that no class has.
+  std::set<std::string> unknownClasses;
+
   // When set, every Byte[] is refused with these words.
   std::optional<std::string> refusal;
 

@@ -103,6 +103,22 @@ TEST_F(Calls, OfNormalizeAskForTheSecondClassNameOnlyAfterANo) {
                    "Quen_allocTypedPathObjectFromPath(\"x/y/\", false, false, false)"}));
 }
 
+TEST_F(Calls, OfNormalizeKnowAFolderByItsSecondClassNameToo) {
+  recorder.unknownClasses = {"FolderPath"};
+
+  void* result = quen_io_Path_normalize(folder("x/./y/"));
+
+  EXPECT_EQ(recorder.calls(),
+            (Lines{"Quen_filePathFromObject(self) -> \"x/./y/\"",
+                   "Quen_isInstanceOf(self, \"FolderPath\") -> 0",
+                   "Quen_isInstanceOf(self, \"quen.io.FolderPath\") -> 1",
+                   "Quen_getField_i64(self, \"_hasParentTraversal\") -> 0",
+                   "Quen_pathHasExplicitWindowsRoot(\"x/./y/\") -> false",
+                   "Quen_runtimeFsPath(\"x/./y/\")",
+                   "Quen_allocTypedPathObjectFromPath(\"x/y/\", false, false, false)"}));
+  EXPECT_TRUE(isFolderPath(result));
+}
+
 TEST_F(Calls, OfNormalizeAskOfANullReceiverAllButItsField) {
   quen_io_Path_normalize(nullptr);
 

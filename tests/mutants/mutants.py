@@ -3,6 +3,8 @@ place); what stands there is found exactly once. The test suite has to notice ev
 
 MUTANTS = [
     # runtime/conventions.cpp
+    ('runtime/conventions.cpp', 'Quen_isInstanceOf(object, "quen.io.FolderPath") != 0;',
+     'Quen_isInstanceOf(object, "quen.io.FolderPath") > 1;'),
     ('runtime/conventions.cpp', "text == nullptr || *text == '\\0'",
      'text == nullptr'),
     ('runtime/conventions.cpp', 'Quen_raise("IOException", message)',
