@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <ios>
@@ -73,17 +74,35 @@ class Source {
   }
 
  private:
-  std::array<char, kFirstPiece + 1> buffer_;  // the stream leaves the last byte unused
+  // The stream leaves the last byte unused.
+  alignas(kSlowDistances) std::array<char, kFirstPiece + 1> buffer_;
   std::filebuf file_;
   std::streamoff offset_ = 0;
   bool failed_ = false;
 };
 
+// Whether the system, which copies from the beginning of pages of its own, would copy to there at
+// one of the slow distances. Large blocks of memory usually begin 16 bytes into a page.
+bool isSlowTarget(const char* bytes) {
+  constexpr std::uintptr_t kPage = 4096;
+  const std::uintptr_t distance = reinterpret_cast<std::uintptr_t>(bytes) % kPage;
+  return distance > 0 && distance < kSlowDistances;
+}
+
+// Reads to where reading is fast, and moves what was read into place: that is in the cache, and
+// moved ten times as fast as it would be read.
+std::size_t readFast(Source& source, char* bytes, std::size_t length) {
+  if (!isSlowTarget(bytes)) return source.read(bytes, length);
+  const std::size_t delivered = source.read(bytes + kSlowDistances, length);
+  std::memmove(bytes, bytes + kSlowDistances, delivered);
+  return delivered;
+}
+
 // Appends up to `length` bytes to the text. False when there were fewer.
 bool append(FileText& text, Source& source, std::size_t length) {
   const std::size_t before = text.bytes.size();
-  text.bytes.resize_and_overwrite(before + length, [&](char* bytes, std::size_t) {
-    return before + source.read(bytes + before, length);
+  text.bytes.resize_and_overwrite(before + length + kSlowDistances, [&](char* bytes, std::size_t) {
+    return before + readFast(source, bytes + before, length);
   });
   text.wellFormed = passWellFormed(text.bytes, text.wellFormed);
   return text.bytes.size() == before + length;

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -20,11 +21,16 @@ using namespace quen::bench;
 
 namespace {
 
-using Memory = std::unique_ptr<char[]>;
+struct Free {
+  void operator()(char* bytes) const { std::free(bytes); }
+};
+using Memory = std::unique_ptr<char[], Free>;
 
-// Fresh and not zeroed, and not at the distance at which copies are slow.
+// Fresh, not zeroed, and aligned so that no copy is a slow one.
 Memory memoryOf(std::size_t size) {
-  return std::make_unique_for_overwrite<char[]>(size + quen::io::kSpareRoom);
+  constexpr std::size_t kAlignment = 64;
+  const std::size_t whole = (size / kAlignment + 1) * kAlignment;
+  return Memory(static_cast<char*>(std::aligned_alloc(kAlignment, whole)));
 }
 
 int require(int result) {

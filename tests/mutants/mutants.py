@@ -254,6 +254,8 @@ MUTANTS = [
      'std::min<std::int64_t>(offset, std::ssize(text));'),
     ('contents/text_reading.cpp', 'std::clamp<std::int64_t>(offset, 0, std::ssize(text));',
      'std::clamp<std::int64_t>(offset, 0, std::ssize(text) - 1);'),
+    ('contents/text_reading.cpp', '  std::memmove(bytes, bytes + kSlowDistances, delivered);\n',
+     ''),
     ('contents/text_reading.cpp', 'if (ready == kFirstPiece) appendRest(text, source);',
      'if (ready == kFirstPiece) { appendRest(text, source); break; }'),
     ('contents/text_reading.cpp', 'file_.pubseekpos(offset_, std::ios::in);',
