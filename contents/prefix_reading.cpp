@@ -50,7 +50,7 @@ std::string readTextFilePrefixOrRaise(const char* path, std::int64_t limit) {
   }
   std::optional<std::size_t> delivered;
   std::string prefix;
-  prefix.reserve(static_cast<std::size_t>(limit) + kSpareRoom);
+  prefix.reserve(static_cast<std::size_t>(limit) + kSlowDistances);
   prefix.resize_and_overwrite(static_cast<std::size_t>(limit), [&](char* bytes, std::size_t) {
     delivered = file.read(bytes, limit);
     return delivered.value_or(0);

@@ -111,7 +111,7 @@ bool append(FileText& text, Source& source, std::size_t length) {
 // Reads what the file says is still to come. It may be more or less by the time.
 void appendRest(FileText& text, Source& source) {
   const std::size_t size = text.bytes.size() + source.rest();
-  text.bytes.reserve(size + kSpareRoom);
+  text.bytes.reserve(size + kSlowDistances);
   while (text.bytes.size() < size &&
          append(text, source, std::min(kPiece, size - text.bytes.size()))) {
   }
@@ -132,7 +132,7 @@ FileText readTextFileOrRaise(const char* path) {
     return {};
   }
   FileText text;
-  text.bytes.reserve(kFirstPiece + kSpareRoom);
+  text.bytes.reserve(kFirstPiece + kSlowDistances);
   while (const std::size_t ready = source.ready()) {
     append(text, source, ready);
     if (ready == kFirstPiece) appendRest(text, source);

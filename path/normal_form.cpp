@@ -100,8 +100,6 @@ fs::path normalForm(fs::path path) {
   return fs::path(std::move(normal));
 }
 
-fs::path normalFormOf(std::string text) {
-  return isNormalAtFirstSight(text) ? fs::path(std::move(text)) : fs::path(normalText(text));
-}
+fs::path normalFormOf(const std::string& text) { return fs::path(normalText(text)); }
 
 }  // namespace quen::io

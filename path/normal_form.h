@@ -17,6 +17,6 @@ bool hasNormalElements(std::string_view text);
 std::filesystem::path normalForm(std::filesystem::path path);
 
 // The lexical normal form of a path of this text.
-std::filesystem::path normalFormOf(std::string text);
+std::filesystem::path normalFormOf(const std::string& text);
 
 }  // namespace quen::io

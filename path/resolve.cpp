@@ -30,7 +30,7 @@ fs::path join(const fs::path& base, const fs::path& operand) {
   text = base.native();
   if (!text.empty() && text.back() != '/') text += '/';
   text += operand.native();
-  return normalFormOf(std::move(text));
+  return normalFormOf(text);
 }
 
 bool haveExplicitWindowsRoot(const char* base, const char* operand) {
