@@ -16,7 +16,7 @@ MODULE = contestants.BUILD / "bench" / "contestant_module"
 
 
 def counts_of(workload):
-    calls = 2 * max(1, min(workload.iterations, 20))
+    calls = 2 * max(1, min(workload.iterations, 2000))
     return {"instructions": per_call(instructions, workload, calls),
             "system calls": per_call(system_calls, workload, calls),
             "allocations": per_call(allocations, workload, calls)}
