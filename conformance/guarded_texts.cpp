@@ -1,11 +1,11 @@
 #include "conformance/guarded_texts.h"
 
-#include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <system_error>
 
