@@ -10,6 +10,7 @@
 #include <iterator>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -123,20 +124,10 @@ class Inspectors {
  public:
   explicit Inspectors(const Walk& plan) : plan_(plan) {
     const unsigned count = std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
-    for (unsigned i = 0; i < count; ++i) threads_.emplace_back([this] { work(); });
-  }
-
-  // Leaves undone what has not begun.
-  ~Inspectors() {
-    {
-      const std::lock_guard lock(mutex_);
-      hasEnded_ = true;
+    for (unsigned i = 0; i < count; ++i) {
+      threads_.emplace_back([this](const std::stop_token& stop) { work(stop); });
     }
-    wake_.notify_all();
   }
-
-  Inspectors(const Inspectors&) = delete;
-  Inspectors& operator=(const Inspectors&) = delete;
 
   // A scope for each entry gives back what was read before the next.
   Found inspected(const Pending& pending) {
@@ -180,11 +171,12 @@ class Inspectors {
     return parts;
   }
 
-  void work() {
+  // What has not begun when the threads are to stop is left undone.
+  void work(const std::stop_token& stop) {
     while (true) {
       std::unique_lock lock(mutex_);
-      wake_.wait(lock, [this] { return hasEnded_ || !tasks_.empty(); });
-      if (hasEnded_) return;
+      wake_.wait(lock, stop, [this] { return !tasks_.empty(); });
+      if (stop.stop_requested()) return;
       Task task = std::move(tasks_.back());
       tasks_.pop_back();
       lock.unlock();
@@ -194,10 +186,9 @@ class Inspectors {
 
   const Walk& plan_;
   std::mutex mutex_;
-  std::condition_variable wake_;
-  std::vector<Task> tasks_;  // the last one is next
-  bool hasEnded_ = false;
-  std::vector<std::jthread> threads_;
+  std::condition_variable_any wake_;
+  std::vector<Task> tasks_;            // the last one is next
+  std::vector<std::jthread> threads_;  // destroyed first, which stops and joins them
 };
 
 // Recursion goes no deeper than a path can be long.
