@@ -89,8 +89,7 @@ bool isSlowTarget(const char* bytes) {
   return distance > 0 && distance < kSlowDistances;
 }
 
-// Reads to where reading is fast, and moves what was read into place: that is in the cache, and
-// moved ten times as fast as it would be read.
+// Reads to where reading is fast, and moves what was read into place while it is in the cache.
 std::size_t readFast(Source& source, char* bytes, std::size_t length) {
   if (!isSlowTarget(bytes)) return source.read(bytes, length);
   const std::size_t delivered = source.read(bytes + kSlowDistances, length);
