@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -48,17 +49,16 @@ std::string readTextFilePrefixOrRaise(const char* path, std::int64_t limit) {
     raiseIOException("Cannot open file");
     return {};
   }
-  std::optional<std::size_t> delivered;
-  std::string prefix;
-  prefix.reserve(static_cast<std::size_t>(limit) + kSlowDistances);
-  prefix.resize_and_overwrite(static_cast<std::size_t>(limit), [&](char* bytes, std::size_t) {
-    delivered = file.read(bytes, limit);
-    return delivered.value_or(0);
-  });
+  const auto bytes =
+      std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(limit) + kSlowDistances);
+  const std::optional<std::size_t> delivered = file.read(bytes.get(), limit);
   if (!delivered) {
     raiseIOException("Failed to read file");
     return {};
   }
+  std::string prefix;
+  prefix.reserve(*delivered + kSlowDistances);
+  prefix.assign(bytes.get(), *delivered);
   dropIncompleteTail(prefix);
   return validUtf8OrRaise({std::move(prefix)});
 }

@@ -19,9 +19,9 @@ bool validateUtf8(std::string_view text, std::uint64_t& errorOffset, std::size_t
 std::size_t passWellFormed(std::string_view text, std::size_t from);
 
 // Processors of a widespread kind copy ten times more slowly, and more, to where a target lies
-// fewer bytes than this further within its page than the source does within its own. Texts ask for
-// as much room beyond what they will hold: two blocks of a size that is a multiple of 4 KiB,
-// allocated in a row, would lie 16 bytes apart.
+// fewer bytes than this further within its page than the source does within its own. What bytes are
+// copied from has as much room beyond what it will hold: two blocks of a size that is a multiple of
+// 4 KiB, allocated in a row, would lie 16 bytes apart.
 inline constexpr std::size_t kSlowDistances = 32;
 
 // The bytes of a file, and how far they are known to be well-formed UTF-8: a sequence begins there.

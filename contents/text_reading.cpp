@@ -1,19 +1,18 @@
 // Whole files as text that is checked to be UTF-8. Bytes are bytes: no byte-order mark is removed,
 // no line ending converted, no NUL dropped.
 //
-// A file is read straight to where its text will stay, in pieces that are checked while the
-// processor still has them at hand.
+// A file is read piece by piece, each copied and checked while the processor still has it at hand.
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <ios>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "contents/text.h"
@@ -25,96 +24,57 @@ using namespace quen::io;
 
 namespace {
 
-// What a file is asked for first. A file that has no more is never asked for its size, and of a
-// larger one only this much is copied, out of the buffer of the stream.
-constexpr std::size_t kFirstPiece = 4 * 1024;
+// What a file is asked for at once. One that has less is never asked for its size, and the
+// second-level cache holds a piece together with what is done with it.
+constexpr std::size_t kPiece = 65'536;
 
-// Fits into the second-level cache together with what is done with it.
-constexpr std::size_t kPiece = 128 * 1024;
-
-// An open file that is read from its beginning. Where the system fails to read, it ends.
-class Source {
+// An open file that is read from its beginning to its end, which is also where the system fails to
+// read it. Its own buffer is what the pieces are taken from, so that none is copied twice.
+class Pieces : private std::filebuf {
  public:
-  explicit Source(const std::filesystem::path& path) {
-    file_.pubsetbuf(buffer_.data(), std::ssize(buffer_));
-    file_.open(path, std::ios::in | std::ios::binary);
+  // Zeroing the buffer would take as long as reading a small file.
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
+  explicit Pieces(const std::filesystem::path& path) {
+    setbuf(buffer_.bytes.data(), std::ssize(buffer_.bytes));
+    open(path, std::ios::in | std::ios::binary);
   }
 
-  bool isOpen() const { return file_.is_open(); }
+  bool isOpen() const { return is_open(); }
 
-  // How many bytes are at hand, after one request when none were. 0 at the end.
-  std::size_t ready() {
+  // The bytes that follow, until the next call. Empty at the end.
+  std::string_view next() {
+    setg(eback(), egptr(), egptr());
     try {
-      if (failed_ || file_.sgetc() == std::filebuf::traits_type::eof()) return 0;
+      if (underflow() == traits_type::eof()) return {};
     } catch (const std::ios_base::failure&) {
-      return 0;
+      return {};
     }
-    return static_cast<std::size_t>(file_.in_avail());
+    const std::string_view piece(gptr(), egptr());
+    delivered_ += std::ssize(piece);
+    return piece;
   }
 
-  // How many bytes follow those that were read, as far as the file knows: 0 for a pipe. None may be
-  // at hand.
-  std::size_t rest() {
-    const std::streamoff size = file_.pubseekoff(0, std::ios::end, std::ios::in);
-    if (size <= offset_) return 0;
-    file_.pubseekpos(offset_, std::ios::in);
-    return static_cast<std::size_t>(size - offset_);
-  }
-
-  // Reads until there are `length` bytes or no more, and gives their number.
-  std::size_t read(char* bytes, std::size_t length) {
-    const std::streamoff before = offset_;
-    try {
-      offset_ += file_.sgetn(bytes, static_cast<std::streamsize>(length));
-    } catch (const std::ios_base::failure&) {
-      failed_ = true;  // behind what the system did deliver
-      offset_ = std::max(offset_, std::streamoff{file_.pubseekoff(0, std::ios::cur, std::ios::in)});
-    }
-    return static_cast<std::size_t>(offset_ - before);
+  // How many bytes the file says to have: less than were delivered already if it does not know, as
+  // a pipe. The piece that was delivered last stays as it is.
+  std::size_t size() {
+    const std::streamoff end = seekoff(0, std::ios::end, std::ios::in);
+    if (end < delivered_) return 0;
+    seekpos(delivered_, std::ios::in);
+    return static_cast<std::size_t>(end);
   }
 
  private:
-  // The stream leaves the last byte unused.
-  alignas(kSlowDistances) std::array<char, kFirstPiece + 1> buffer_;
-  std::filebuf file_;
-  std::streamoff offset_ = 0;
-  bool failed_ = false;
+  // The system copies from the beginning of its pages to that of `bytes`, and from there a text is
+  // copied to a little behind the beginning of a page: neither is one of the slow distances. The
+  // stream leaves the last byte unused.
+  struct alignas(4096) Buffer {
+    std::array<char, 2 * kSlowDistances> spare;
+    std::array<char, kPiece + 1> bytes;
+  };
+
+  Buffer buffer_;
+  std::streamoff delivered_ = 0;
 };
-
-// Whether the system, which copies from the beginning of pages of its own, would copy to there at
-// one of the slow distances. Large blocks of memory usually begin 16 bytes into a page.
-bool isSlowTarget(const char* bytes) {
-  constexpr std::uintptr_t kPage = 4096;
-  const std::uintptr_t distance = reinterpret_cast<std::uintptr_t>(bytes) % kPage;
-  return distance > 0 && distance < kSlowDistances;
-}
-
-// Reads to where reading is fast, and moves what was read into place while it is in the cache.
-std::size_t readFast(Source& source, char* bytes, std::size_t length) {
-  if (!isSlowTarget(bytes)) return source.read(bytes, length);
-  const std::size_t delivered = source.read(bytes + kSlowDistances, length);
-  std::memmove(bytes, bytes + kSlowDistances, delivered);
-  return delivered;
-}
-
-// Appends up to `length` bytes to the text. False when there were fewer.
-bool append(FileText& text, Source& source, std::size_t length) {
-  const std::size_t before = text.bytes.size();
-  text.bytes.resize_and_overwrite(before + length + kSlowDistances, [&](char* bytes, std::size_t) {
-    return before + readFast(source, bytes + before, length);
-  });
-  text.wellFormed = passWellFormed(text.bytes, text.wellFormed);
-  return text.bytes.size() == before + length;
-}
-
-// Reads what the file says is still to come. It may be more or less by the time.
-void appendRest(FileText& text, Source& source) {
-  const std::size_t size = text.bytes.size() + source.rest();
-  text.bytes.reserve(size + kSlowDistances);
-  while (text.bytes.size() < size &&
-         append(text, source, std::min(kPiece, size - text.bytes.size()))) {
-  }
-}
 
 }  // namespace
 
@@ -125,16 +85,19 @@ namespace quen::io {
 FileText readTextFileOrRaise(const char* path) {
   if (!requirePath(path, "File path is empty")) return {};
 
-  Source source(Quen_runtimeFsPath(path));
-  if (!source.isOpen()) {
+  Pieces pieces(Quen_runtimeFsPath(path));
+  if (!pieces.isOpen()) {
     raiseIOException("Cannot open file");
     return {};
   }
   FileText text;
-  text.bytes.reserve(kFirstPiece + kSlowDistances);
-  while (const std::size_t ready = source.ready()) {
-    append(text, source, ready);
-    if (ready == kFirstPiece) appendRest(text, source);
+  for (std::string_view piece = pieces.next(); !piece.empty(); piece = pieces.next()) {
+    if (text.bytes.empty()) {
+      const std::size_t size = piece.size() < kPiece ? 0 : pieces.size();
+      text.bytes.reserve(std::max(size, piece.size()) + kSlowDistances);
+    }
+    text.bytes += piece;
+    text.wellFormed = passWellFormed(text.bytes, text.wellFormed);
   }
   return text;
 }

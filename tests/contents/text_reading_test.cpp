@@ -1,5 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <fstream>
@@ -20,6 +22,9 @@ using namespace quen::small;
 using namespace quen::tests;
 
 namespace {
+
+// What a file is asked for at once.
+constexpr std::size_t kPiece = 64 * 1024;
 
 constexpr std::string_view kHello = "h\xC3\xA9llo";
 
@@ -76,7 +81,7 @@ TEST_F(ReadAllText, NamesTheByteOfTheFirstFault) {
 
 // A file is read in pieces: characters, faults and the end lie on both sides of every border.
 TEST_F(ReadAllText, ReadsAsOnePieceWhatIsReadInSeveral) {
-  for (const std::size_t border : {4096U, 4096U + 131'072U, 4096U + 2U * 131'072U}) {
+  for (const std::size_t border : {kPiece, 2 * kPiece, 3 * kPiece}) {
     for (std::size_t before = border - 4; before <= border + 1; ++before) {
       const std::string start(before, 'x');
       for (const std::string character : {"y", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"}) {
@@ -104,6 +109,22 @@ TEST_F(ReadAllText, ReadsAPipeToItsEnd) {
     out.write(content.data(), 3).flush();
     out.write(content.data() + 3, 99'998).flush();
     out.write(content.data() + 100'001, std::ssize(content) - 100'001);
+  });
+
+  EXPECT_EQ(read(pipe), content);
+}
+
+// Whoever has got as much as was asked for wants to know how much there is.
+TEST_F(ReadAllText, ReadsAFullPipeToItsEnd) {
+  const fs::path pipe = scratch.path() / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const int fd = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_GE(fcntl(fd, F_GETPIPE_SZ), static_cast<int>(kPiece));
+  const std::string content = std::string(300'000, 'x') + "\xF0\x9F\x98\x80";
+  ASSERT_EQ(::write(fd, content.data(), kPiece), std::int64_t{kPiece});
+  std::jthread writer([&] {
+    std::ofstream(pipe, std::ios::binary) << content.substr(kPiece);
+    close(fd);
   });
 
   EXPECT_EQ(read(pipe), content);
@@ -150,7 +171,8 @@ TEST_F(ReadAllText, OfAFileWithADefectIsWhatCameBefore) {
   const std::string content(300'000, 'x');
   const fs::path file = scratch.file("file", content);
   for (const std::size_t delivered :
-       {0U, 1U, 4095U, 4096U, 4097U, 9000U, 135'168U, 135'169U, 299'999U}) {
+       {std::size_t{0}, std::size_t{1}, kPiece - 1, kPiece, kPiece + 1, 2 * kPiece,
+        2 * kPiece + 9000, content.size() - 1}) {
     const FailingRead defect(delivered);
     EXPECT_EQ(read(file).size(), delivered);
     EXPECT_EQ(raised(), "");
