@@ -49,18 +49,15 @@ class Pieces : private std::filebuf {
     } catch (const std::ios_base::failure&) {
       return {};
     }
-    const std::string_view piece(gptr(), egptr());
-    delivered_ += std::ssize(piece);
-    return piece;
+    return {gptr(), egptr()};
   }
 
-  // How many bytes the file says to have: less than were delivered already if it does not know, as
-  // a pipe. The piece that was delivered last stays as it is.
+  // How many bytes the file says to have, after one whole piece of it, which stays as it is. 0 if
+  // it does not know, as a pipe.
   std::size_t size() {
     const std::streamoff end = seekoff(0, std::ios::end, std::ios::in);
-    if (end < delivered_) return 0;
-    seekpos(delivered_, std::ios::in);
-    return static_cast<std::size_t>(end);
+    seekpos(kPiece, std::ios::in);
+    return static_cast<std::size_t>(std::max<std::streamoff>(end, 0));
   }
 
  private:
@@ -73,7 +70,6 @@ class Pieces : private std::filebuf {
   };
 
   Buffer buffer_;
-  std::streamoff delivered_ = 0;
 };
 
 }  // namespace

@@ -97,9 +97,9 @@ fs::path normalForm(fs::path path) {
 
   std::string normal = normalText(path.native());
   if (normal == path.native()) return path;
-  return fs::path(std::move(normal));
+  return {std::move(normal)};
 }
 
-fs::path normalFormOf(const std::string& text) { return fs::path(normalText(text)); }
+fs::path normalFormOf(const std::string& text) { return {normalText(text)}; }
 
 }  // namespace quen::io

@@ -26,11 +26,12 @@ using namespace quen::io;
 namespace {
 
 // As much as a stream's own buffer holds.
-constexpr std::size_t kBuffer = 8 * 1024;
+constexpr std::size_t kBuffer = 8'192;
 
 // The stream has no buffer of its own: one would pass texts of 1,024 bytes and more on at once,
 // each by a request of its own. Its error state is never cleared: a writer that failed once fails
-// until it is closed.
+// until it is closed. Its buffer is not zeroed.
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 struct FileWriterState {
   std::mutex mutex;  // guards what follows
   std::ofstream stream;
