@@ -151,7 +151,7 @@ class MemoryDisks : public FailingDisks {
   // The errno of what is refused, or 0.
   int mountDisk(const std::string& options) const {
     const bool mounted = unshare(CLONE_NEWNS) == 0 &&
-                         mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                         mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0 &&
                          mount("tmpfs", disk.c_str(), "tmpfs", 0, options.c_str()) == 0;
     return mounted ? 0 : errno;
   }
@@ -228,7 +228,7 @@ TEST_F(MemoryDisks, ThatMayOnlyBeReadAreLeftAsTheyAre) {
     scratch.file("disk/file", "old");
     scratch.folder("disk/folder");
     scratch.file("disk/folder/file", "kept");
-    ASSERT_EQ(mount(nullptr, disk.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    ASSERT_EQ(mount("tmpfs", disk.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);
 
     expectAt(file, unchangeable());
     expectAt(missing, ofWhatCannotBeMade());
