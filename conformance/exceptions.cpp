@@ -67,11 +67,13 @@ void requireNoCallBack(const Adapter& adapter) {
     return take(adapter);
   });
   std::future<Exception> raised = lookUp.get_future();
-  std::thread(std::move(lookUp)).detach();
+  std::thread raising(std::move(lookUp));
 
   if (raised.wait_for(kPatience) != std::future_status::ready) {
+    raising.detach();
     throw NeverReturned("the thread that raised never came back");
   }
+  raising.join();
   requireEqual("the message", raised.get().message, "File writer is closed");
 }
 
