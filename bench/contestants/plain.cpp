@@ -14,8 +14,8 @@
 #include <unordered_map>
 
 #include "bench/contestants/entry_points.h"
+#include "conventions.h"
 #include "quen/io/operations.h"
-#include "runtime/conventions.h"
 
 namespace fs = std::filesystem;
 using quen::io::isEmpty;

@@ -6,7 +6,7 @@ only when there are none. With words as arguments, only the mutants of files tha
 are run.
 
     tests/mutants/run.py            all of them
-    tests/mutants/run.py writers    those of writers/file_writers.cpp
+    tests/mutants/run.py writers    those of src/writers/file_writers.cpp
 """
 
 import concurrent.futures
@@ -27,11 +27,10 @@ TEST_SECONDS = 300
 TESTS = [
     ("quen_io_recorded_tests", [], None),
     ("quen_io_tests", [], None),
-    ("quen_io_internal_tests", [], {"contents/utf8.cpp", "runtime/conventions.cpp"}),
-    ("quen_io_races", ["--gtest_filter=Races.OfWriters*"], {"writers/file_writers.cpp"}),
+    ("quen_io_internal_tests", [], {"src/contents/utf8.cpp", "src/conventions.cpp"}),
+    ("quen_io_races", ["--gtest_filter=Races.OfWriters*"], {"src/writers/file_writers.cpp"}),
 ]
-SOURCES = ["CMakeLists.txt", "cmake", "runtime", "path", "entries", "contents", "writers", "data",
-           "conformance", "examples", "tests"]
+SOURCES = ["CMakeLists.txt", "cmake", "src", "runtime", "conformance", "examples", "tests"]
 
 
 class Copy:

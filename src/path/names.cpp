@@ -5,9 +5,9 @@
 #include <iterator>
 #include <string>
 
+#include "conventions.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
-#include "runtime/conventions.h"
 
 namespace fs = std::filesystem;
 using namespace quen::io;

@@ -16,9 +16,9 @@
 #include <utility>
 
 #include "contents/text.h"
+#include "conventions.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
-#include "runtime/conventions.h"
 
 using namespace quen::io;
 

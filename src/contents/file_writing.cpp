@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "conventions.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
-#include "runtime/conventions.h"
 
 using namespace quen::io;
 

@@ -1,4 +1,4 @@
-#include "runtime/conventions.h"
+#include "conventions.h"
 
 #include <gtest/gtest.h>
 

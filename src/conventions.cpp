@@ -1,6 +1,6 @@
 // The conventions that all entry points share.
 
-#include "runtime/conventions.h"
+#include "conventions.h"
 
 #include <cstring>
 

@@ -10,9 +10,9 @@
 #include <system_error>
 #include <vector>
 
+#include "conventions.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
-#include "runtime/conventions.h"
 
 namespace fs = std::filesystem;
 using namespace quen::io;

@@ -7,9 +7,9 @@
 #include <fstream>
 #include <system_error>
 
+#include "conventions.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
-#include "runtime/conventions.h"
 
 namespace fs = std::filesystem;
 using namespace quen::io;

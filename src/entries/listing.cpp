@@ -8,9 +8,9 @@
 #include <string>
 #include <system_error>
 
+#include "conventions.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
-#include "runtime/conventions.h"
 
 namespace fs = std::filesystem;
 using namespace quen::io;

@@ -9,10 +9,10 @@
 #include <string_view>
 #include <utility>
 
+#include "conventions.h"
 #include "path/normal_form.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
-#include "runtime/conventions.h"
 
 namespace fs = std::filesystem;
 using namespace quen::io;

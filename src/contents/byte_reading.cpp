@@ -8,9 +8,9 @@
 #include <string>
 
 #include "contents/unbuffered_file.h"
+#include "conventions.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
-#include "runtime/conventions.h"
 
 using namespace quen::io;
 

@@ -17,9 +17,9 @@
 #include <unordered_map>
 #include <utility>
 
+#include "conventions.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
-#include "runtime/conventions.h"
 
 using namespace quen::io;
 

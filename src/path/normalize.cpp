@@ -11,10 +11,10 @@
 #include <system_error>
 #include <utility>
 
+#include "conventions.h"
 #include "path/normal_form.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
-#include "runtime/conventions.h"
 
 namespace fs = std::filesystem;
 using namespace quen::io;
