@@ -47,8 +47,8 @@ std::string describe(std::int64_t number) { return std::to_string(number); }
 std::string describe(std::uint64_t number) { return std::to_string(number); }
 std::string describe(QuenPathEntryKind kind) { return std::to_string(static_cast<int>(kind)); }
 
-// Notes a call before it is carried out, so that a call that never returns is on record as well.
-// Gives the place where the answer goes.
+// Records a call before it is executed, so that a call that does not return is recorded as well.
+// Returns the index of its line, to which the result is appended.
 template <class... Arguments>
 std::size_t note(const char* operation, const Arguments&... arguments) {
   if (gRecorder == nullptr) return 0;
@@ -74,7 +74,7 @@ Answer answered(std::size_t place, Answer answer) {
   return answer;
 }
 
-// Whether a Byte[] is to be refused, with these words.
+// Whether every Byte[] is to be refused; `error` is then set to the reason.
 bool isRefused(std::string& error) {
   const Recorder* recorder = gRecorder;
   if (recorder == nullptr || !recorder->refusal) return false;

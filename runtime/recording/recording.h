@@ -1,8 +1,8 @@
-// A second runtime, for looking at what the module asks of the first: the small runtime's objects
-// behind operations that note every call and answer as they are told.
+// A runtime that records every call of an operation, and whose answers a test can override. Its
+// objects are those of the small runtime.
 //
-// A program links quen_recording_runtime before quen_small_runtime, whose symbols it replaces;
-// everything in runtime/small/host.h works on its objects.
+// A program links quen_recording_runtime before quen_small_runtime, so that its symbols take
+// precedence; everything in runtime/small/host.h works on its objects.
 #pragma once
 
 #include <filesystem>
@@ -17,38 +17,37 @@
 
 namespace quen::recording {
 
-// Notes the calls of all threads while it lives; there is at most one at a time. The members are
-// set before the calls that they are meant for.
+// Records the calls of all threads during its lifetime; at most one exists at a time. Set its
+// members before the calls that they affect.
 class Recorder {
  public:
   Recorder();
   ~Recorder();
-  Recorder(const Recorder&) = delete;
-  Recorder& operator=(const Recorder&) = delete;
+  Recorder& operator=(Recorder&&) = delete;  // neither copyable nor movable
 
-  // One line a call, as it would be written: Quen_isInstanceOf(self, "FolderPath") -> 0
+  // One line per call, in source form: Quen_isInstanceOf(self, "FolderPath") -> 0
   std::vector<std::string> calls() const;
 
-  // How many exceptions were raised.
+  // The number of raised exceptions.
   int raises() const;
 
-  // How an object is called in the notes. Others are described: String "a", FolderPath "a/b".
+  // The names of objects in the recorded lines. Others are described: String "a", FolderPath "a/b".
   std::map<void*, std::string> names;
 
-  // The kinds that are found at these paths, in place of what is there.
+  // Kinds to report for these paths, whatever is on disk.
   std::map<std::filesystem::path, QuenPathEntryKind> kinds;
 
-  // The texts that have a drive or UNC root, beside those that really do.
+  // Texts to report as having a drive or UNC root, in addition to those that have one.
   std::set<std::string> windowsRoots;
 
-  // Names that no class has.
+  // Names of classes to treat as unknown.
   std::set<std::string> unknownClasses;
 
-  // When set, every Byte[] is refused with these words.
+  // If set, every Byte[] is refused with this reason.
   std::optional<std::string> refusal;
 
-  // Called with the name of each operation right after it was noted. What it throws leaves the
-  // operation.
+  // Called with the name of each operation right after it was recorded. An exception that it throws
+  // leaves the operation.
   std::function<void(const std::string& operation)> interfere;
 };
 

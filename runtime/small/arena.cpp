@@ -19,7 +19,7 @@ std::atomic<std::size_t> gLiveSlots{0};
 
 }  // namespace
 
-// Aligned to its size, so that a slot's address leads to its chunk.
+// Aligned to its size, so that masking a slot's address gives its chunk.
 struct alignas(Arena::kSlotSize) Chunk {
   std::atomic<std::size_t> used{0};
 
@@ -31,8 +31,8 @@ struct alignas(Arena::kSlotSize) Chunk {
 
 namespace {
 
-// One bit for each place in the address space where a chunk can stand, on pages that come into
-// being when the first chunk near them does. Reading takes no lock.
+// A bitmap with one bit for each possible address of a chunk, in pages that are allocated when the
+// first chunk in their range is. Lookups take no lock.
 class ChunkMap {
  public:
   bool contains(std::uintptr_t address) const {
@@ -61,7 +61,7 @@ class ChunkMap {
 
   std::atomic<std::uint64_t>& wordOf(const Chunk* chunk) {
     const std::uintptr_t place = placeOf(chunk);
-    if (place >= kPages * kPlaces) std::abort();  // no user address of this host is that high
+    if (place >= kPages * kPlaces) std::abort();  // beyond the user address space
     std::atomic<Page*>& entry = pages_[place / kPlaces];
     if (entry.load(std::memory_order_acquire) == nullptr) {
       auto page = std::make_unique<Page>();
@@ -76,8 +76,8 @@ class ChunkMap {
 
 constinit ChunkMap gChunkMap;
 
-// Chunks that are not in use. A few are kept, so that opening and closing scopes in a loop does not
-// go to the allocator each time.
+// A free list of chunks. It keeps a few, so that opening and closing scopes in a loop does not call
+// the allocator each time.
 class ChunkPool {
  public:
   Chunk* take() {
@@ -109,7 +109,7 @@ class ChunkPool {
   std::vector<Chunk*> spares_;
 };
 
-// These two outlive every thread and every static object that may still hold a scope.
+// Never destroyed: threads and static objects may still hold a scope during exit.
 ChunkPool& chunkPool() {
   static auto& pool = *new ChunkPool;
   return pool;
@@ -144,7 +144,7 @@ void* Arena::nextSlot() {
   return chunk->slot(chunk->used.load(std::memory_order_relaxed));
 }
 
-// Only now is the slot an object for everyone: it has been constructed.
+// Published only after construction, so that no other thread sees a half-constructed object.
 void Arena::publishSlot() {
   chunks_.back()->used.fetch_add(1, std::memory_order_release);
   gLiveSlots.fetch_add(1, std::memory_order_relaxed);

@@ -1,7 +1,7 @@
-// Where objects live: in slots of chunks, chunks in arenas, an arena a scope.
+// The allocator of objects: each scope has an arena, an arena consists of chunks, a chunk of slots.
 //
-// Whether any pointer is an object is answered from its address alone, never from what it points
-// at: no raw text can pass for an object, whatever its bytes, and none of them is read.
+// Whether a pointer refers to an object is decided by its address alone. The memory it points to is
+// not read, so no C string can be mistaken for an object, whatever its bytes.
 #pragma once
 
 #include <cstddef>
@@ -34,10 +34,10 @@ class Arena {
     return object;
   }
 
-  // The arena of this thread's innermost scope, else the one that lives as long as the process.
+  // The arena of this thread's innermost scope, or the arena of the process outside of all scopes.
   static Arena& current();
 
-  // Makes an arena the current one of this thread and returns the one before; both may be null.
+  // Sets this thread's current arena and returns the previous one; both may be null.
   static Arena* enter(Arena* arena);
 
   static constexpr std::size_t kSlotSize = 64;
@@ -50,7 +50,7 @@ class Arena {
   std::vector<Chunk*> chunks_;
 };
 
-// How many objects are alive in all arenas.
+// The number of live objects in all arenas.
 std::size_t liveSlots();
 
 }  // namespace quen::small

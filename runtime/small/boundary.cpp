@@ -1,4 +1,4 @@
-// The symbols that the module asks for, answered by the small runtime.
+// Defines the symbols that the module imports by the operations of the small runtime.
 
 #include "quen/io/operations.h"
 #include "runtime/small/operations.h"

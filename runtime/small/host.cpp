@@ -1,7 +1,8 @@
-// The host's side of the small runtime.
+// The embedding interface of the small runtime.
 
 #include "runtime/small/host.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "runtime/small/arena.h"
@@ -17,13 +18,22 @@ Scope::Scope(Scope* shared) : arena_(shared->arena_), outer_(Arena::enter(arena_
 
 Scope::~Scope() { Arena::enter(outer_); }
 
-void* newPath(std::string_view text) { return makePath(PathClass::kPath, text, false); }
-void* newFolderPath(std::string_view text) { return makePath(PathClass::kFolderPath, text, false); }
-void* newFilePath(std::string_view text) { return makePath(PathClass::kFilePath, text, false); }
+void* newPath(std::string_view text, bool parentTraversal) {
+  return makePath(PathClass::kPath, text, parentTraversal);
+}
+
+void* newFolderPath(std::string_view text, bool parentTraversal) {
+  return makePath(PathClass::kFolderPath, text, parentTraversal);
+}
+
+void* newFilePath(std::string_view text, bool parentTraversal) {
+  return makePath(PathClass::kFilePath, text, parentTraversal);
+}
+
 void* newString(std::string_view bytes) { return makeString(bytes); }
 
 void* newByteArray(std::size_t length) { return makeByteArray(std::vector<std::uint8_t>(length)); }
-void* newByteArray(const std::vector<std::uint8_t>& bytes) { return makeByteArray(bytes); }
+void* newByteArray(std::vector<std::uint8_t> bytes) { return makeByteArray(std::move(bytes)); }
 
 void* newObject(std::string_view className) { return makeObject(className); }
 
@@ -39,10 +49,14 @@ std::string className(void* object) {
   return known == nullptr ? "" : known->type.qualifiedName;
 }
 
-std::string stringBytes(void* string) {
+std::string stringBytes(void* string) { return std::string(stringView(string)); }
+
+std::string_view stringView(void* string) {
   const auto* known = as<StringObject>(string);
-  return known == nullptr ? "" : known->bytes;
+  return known == nullptr ? std::string_view() : known->bytes;
 }
+
+std::size_t stringLength(void* string) { return stringView(string).size(); }
 
 std::vector<void*> listElements(void* list) {
   const auto* known = as<ListObject>(list);
@@ -64,6 +78,15 @@ std::vector<std::uint8_t> byteArrayContents(void* array) {
   return known->bytes->value;
 }
 
+std::size_t copyByteArray(void* array, std::span<std::uint8_t> target) {
+  const auto* known = as<ByteArrayObject>(array);
+  if (known == nullptr) return 0;
+  const std::lock_guard lock(known->bytes->mutex);
+  const std::size_t count = std::min(target.size(), known->bytes->value.size());
+  std::copy_n(known->bytes->value.begin(), count, target.begin());
+  return count;
+}
+
 std::optional<std::string> pathText(void* path) {
   const StringObject* text = pathString(path);
   if (text == nullptr) return std::nullopt;
@@ -77,8 +100,6 @@ bool isFolderPath(void* object) {
   return known != nullptr && known->type.isSubclassOf("quen.io.FolderPath");
 }
 
-std::optional<Exception> takeException() { return std::exchange(pendingException(), std::nullopt); }
-
 std::optional<QuenPathEntryKind> recordedKind(const std::filesystem::path& path) {
   return pathKinds().find(path.native());
 }
@@ -86,11 +107,6 @@ std::optional<QuenPathEntryKind> recordedKind(const std::filesystem::path& path)
 std::size_t recordedKinds() { return pathKinds().size(); }
 
 void forgetRecordedKinds() { pathKinds().clear(); }
-
-std::optional<Exception>& pendingException() {
-  thread_local std::optional<Exception> pending;
-  return pending;
-}
 
 PathKinds& pathKinds() {
   static auto& kinds = *new PathKinds;

@@ -1,9 +1,14 @@
-// What a host program does with the small runtime: make objects, hand them to entry points, read
-// what comes back, and give the memory back. The module itself never sees this header.
+// The embedding interface of the small runtime: a host program creates objects, passes them to
+// entry points, reads the results and frees the memory. The module itself does not include this
+// header.
+//
+// A host of another language copies values in and out by it, instead of writing the operations of
+// quen/io/operations.h over its own objects. Within a
+// major version nothing is removed from this header and nothing changes its meaning.
 //
 // An object is an untyped pointer, as in the module's own interface, and null is the language's
-// null. Everything here may be called from any thread. Reading from an object what it does not have
-// (the bytes of a list, the text of null) gives the empty answer.
+// null. All functions may be called from any thread. Reading a property that an object does not
+// have (the bytes of a list, the text of null) returns an empty value.
 #pragma once
 
 #include <cstddef>
@@ -11,31 +16,34 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "quen/io/operations.h"
+#include "quen/io/runtime_parts.h"
 
 namespace quen::small {
 
-// Objects and how long they live.
+// Objects and their lifetime.
 
 class Arena;
 
-// Owns the objects that its thread makes while it is the innermost scope there, and destroys them
-// when it closes. The scopes of a thread close in the reverse order of opening. Objects made
-// outside every scope live as long as the process.
+// Owns the objects that its thread creates while it is the innermost scope of the thread, and
+// destroys them at its end. Scopes of a thread are nested. Objects created outside of all scopes
+// live as long as the process.
 //
 //   for (const std::string& text : texts) {
 //     quen::small::Scope scope;
 //     use(quen_io_Path_normalize(quen::small::newPath(text)));
-//   }  // memory stays bounded, however many texts there are
+//   }  // memory use is bounded, independent of the number of texts
 class Scope {
  public:
   Scope();
 
-  // Makes this thread's objects belong to `shared`, opened by any thread and closed after this.
+  // Lets `shared` own this thread's objects. Any thread may have created it; it has to outlive this
+  // scope.
   explicit Scope(Scope* shared);
 
   ~Scope();
@@ -48,50 +56,54 @@ class Scope {
   Arena* outer_;
 };
 
-// New path objects with the text as their "_path". Their parent-traversal field is false.
-void* newPath(std::string_view text);
-void* newFolderPath(std::string_view text);
-void* newFilePath(std::string_view text);
+// New path objects with the text as their "_path".
+void* newPath(std::string_view text, bool parentTraversal = false);
+void* newFolderPath(std::string_view text, bool parentTraversal = false);
+void* newFilePath(std::string_view text, bool parentTraversal = false);
 
 // A new String of exactly these bytes.
 void* newString(std::string_view bytes);
 
 // A new Byte[] of this length, all zero, or with these bytes. Its length never changes.
 void* newByteArray(std::size_t length);
-void* newByteArray(const std::vector<std::uint8_t>& bytes);
+void* newByteArray(std::vector<std::uint8_t> bytes);
 
-// A new object of a class that is built in or was defined; null when the class is unknown.
+// A new object of a built-in or defined class; null if the class is unknown.
 void* newObject(std::string_view className);
 
-// Adds a class below a known one, both by qualified name; it inherits the fields of the superclass.
-// The classes built in are Object, String, Byte[], quen.collections.ArrayList, quen.io.Path,
+// Defines a subclass of a known class, both by qualified name; it inherits the superclass's fields.
+// The built-in classes are Object, String, Byte[], quen.collections.ArrayList, quen.io.Path,
 // quen.io.FolderPath and quen.io.FilePath. False when the name is taken, the superclass unknown, or
 // an object of the class would have more than six fields.
 bool defineClass(std::string_view qualifiedName, std::string_view superclass,
                  const std::vector<std::string>& fields);
 
-// How many objects are alive in all scopes together.
+// The number of live objects in all scopes.
 std::size_t liveObjects();
 
-// Reading what came back.
+// Reading results.
 
-// The qualified name of the object's class; "" for what is no object.
+// The qualified name of the object's class; "" if the pointer is not an object.
 std::string className(void* object);
 
-// The bytes of a String.
+// The bytes of a String, and how many they are. The view is valid as long as the String.
 std::string stringBytes(void* string);
+std::string_view stringView(void* string);
+std::size_t stringLength(void* string);
 
 // The elements of an ArrayList, and the bytes of each when they are Strings.
 std::vector<void*> listElements(void* list);
 std::vector<std::string> listStrings(void* list);
 
-// The contents of a Byte[].
+// The contents of a Byte[], and their first bytes, as many as `target` has room for; the number of
+// bytes copied.
 std::vector<std::uint8_t> byteArrayContents(void* array);
+std::size_t copyByteArray(void* array, std::span<std::uint8_t> target);
 
-// The text of a path object; none when it has no path.
+// The text of a path object; none if it has no path.
 std::optional<std::string> pathText(void* path);
 
-// Whether the path object's sticky flag is set.
+// Whether the path object's sticky parent-traversal flag is set.
 bool hasParentTraversal(void* path);
 
 // Whether the object is a FolderPath.
@@ -99,33 +111,27 @@ bool isFolderPath(void* object);
 
 // Exceptions.
 
-// What Quen_raise was given.
-struct Exception {
-  std::string className;
-  std::string message;
-};
-
-// Takes the exception that is pending on this thread, if any; none is pending afterwards. While one
-// is pending, another that is raised is dropped: the first is the cause.
-std::optional<Exception> takeException();
+// The arguments of Quen_raise, and how the pending exception of this thread is taken.
+using parts::Exception;
+using parts::takeException;
 
 // Kinds of entries.
 //
-// A query always asks the system, so that it never tells of an entry that has gone since. What a
-// listing recorded is for whoever walks the folder right after it and would rather not ask again.
+// Queries always ask the system, so that they never report an entry that is gone. The kinds
+// recorded by a listing are a cache for a program that walks the folder right afterwards.
 
-// What is neither a regular file nor a directory.
-inline constexpr QuenPathEntryKind kMissingEntry{0};
-inline constexpr QuenPathEntryKind kOtherEntry{3};
+// The kind of everything that is neither a regular file nor a directory.
+using parts::kMissingEntry;
+using parts::kOtherEntry;
 
-// The kind that was last recorded for the path, links followed. None when it was not recorded, or
-// so long ago that it has made room: the last 32,768 at least are kept, but no more than 16 MiB.
+// The kind recorded last for the path, links followed. None if it was not recorded or was evicted:
+// at least the last 32,768 kinds are kept, unless their paths take more than 8 MiB.
 std::optional<QuenPathEntryKind> recordedKind(const std::filesystem::path& path);
 
-// How many kinds are on record.
+// The number of recorded kinds.
 std::size_t recordedKinds();
 
-// Empties the record.
+// Forgets all recorded kinds.
 void forgetRecordedKinds();
 
 }  // namespace quen::small

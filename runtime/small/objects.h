@@ -1,5 +1,6 @@
-// The object model of the small runtime: classes with superclasses and named fields, and four forms
-// of objects. An object never changes its class; what can change in it is safe from any thread.
+// The object model of the small runtime: classes with superclasses and named fields, and four
+// layouts of objects. An object never changes its class; its mutable state may be accessed from any
+// thread.
 #pragma once
 
 #include <array>
@@ -13,9 +14,11 @@
 #include <utility>
 #include <vector>
 
+#include "runtime/small/large_copies.h"
+
 namespace quen::small {
 
-// How the objects of a class are laid out.
+// The layout of the objects of a class.
 enum class Form { kInstance, kString, kList, kByteArray };
 
 // A class lives as long as the process. Fields of the superclass come first.
@@ -26,14 +29,14 @@ struct Class {
   Form form;
   std::vector<std::string> fields;
 
-  // Whether this is the class of that short or qualified name, or below it.
+  // Whether this is the class of that short or qualified name, or a subclass of it.
   bool isSubclassOf(std::string_view name) const;
 
-  // The place of the field, or the number of fields when there is none of that name.
+  // The index of the field, or the number of fields if there is none of that name.
   std::size_t fieldIndex(std::string_view name) const;
 };
 
-// As host.h's defineClass.
+// See defineClass in host.h.
 bool addClass(std::string_view qualifiedName, std::string_view superclass,
               const std::vector<std::string>& fields);
 
@@ -48,7 +51,8 @@ struct Object {
 
 struct StringObject final : Object {
   static constexpr Form kForm = Form::kString;
-  StringObject(const Class& itsClass, std::string_view text) : Object(itsClass), bytes(text) {}
+  StringObject(const Class& itsClass, std::string_view text)
+      : Object(itsClass), bytes(copyOf(text)) {}
 
   const std::string bytes;
 };
@@ -86,17 +90,17 @@ struct ByteArrayObject final : Object {
       std::make_unique<Guarded<std::vector<std::uint8_t>>>();
 };
 
-// The object at the pointer, or null when there is none. Safe for every pointer.
+// The object at the pointer, or null if it is not an object. Safe for every pointer value.
 Object* asObject(void* pointer);
 
-// The same, when the object has the form of T.
+// The same, if the object has the layout T; null otherwise.
 template <class T>
 T* as(void* pointer) {
   Object* object = asObject(pointer);
   return object != nullptr && object->type.form == T::kForm ? static_cast<T*>(object) : nullptr;
 }
 
-// Which of the path classes.
+// The path classes.
 enum class PathClass { kPath, kFolderPath, kFilePath };
 
 // New objects in the current scope.

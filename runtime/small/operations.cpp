@@ -1,12 +1,9 @@
-// What the 20 operations do in the small runtime.
+// The operations of quen/io/operations.h in the small runtime.
 
 #include "runtime/small/operations.h"
 
 #include <algorithm>
-#include <cctype>
 #include <string_view>
-#include <system_error>
-#include <utility>
 
 #include "runtime/small/arena.h"
 #include "runtime/small/host.h"
@@ -21,29 +18,12 @@ namespace {
 
 std::string_view viewOf(const char* text) { return text == nullptr ? "" : text; }
 
-bool isSeparator(char character) { return character == '/' || character == '\\'; }
-
-QuenPathEntryKind kindOf(const fs::file_status& status) {
-  switch (status.type()) {
-    case fs::file_type::regular: return QuenPathEntryKind::kRegularFile;
-    case fs::file_type::directory: return QuenPathEntryKind::kDirectory;
-    case fs::file_type::none:
-    case fs::file_type::not_found: return kMissingEntry;
-    default: return kOtherEntry;
-  }
-}
-
 std::string refusal(void* object) {
   if (object == nullptr) return "Expected Byte[] but got null";
   return "Expected Byte[] but got " + className(object);
 }
 
 }  // namespace
-
-fs::path runtimeFsPath(const char* text) { return viewOf(text); }
-
-// No path of this host has a drive or UNC root to render, so the flag changes nothing.
-std::string visiblePathString(const fs::path& path, bool) { return path.native(); }
 
 void* allocPathString(const fs::path& path, bool) { return makeString(path.native()); }
 
@@ -58,25 +38,9 @@ const char* filePathFromObject(void* object) {
   return text == nullptr ? nullptr : text->bytes.c_str();
 }
 
-// "C:\", "C:/" or "\\server".
-bool pathHasExplicitWindowsRoot(const char* text) {
-  const std::string_view path = viewOf(text);
-  if (path.size() < 3) return false;
-  const bool drive = std::isalpha(static_cast<unsigned char>(path[0])) != 0 && path[1] == ':' &&
-                     isSeparator(path[2]);
-  return drive || (path.starts_with("\\\\") && !isSeparator(path[2]));
-}
-
-QuenPathEntryKind pathEntryKind(const fs::path& path) {
-  std::error_code error;
-  return kindOf(fs::status(path, error));
-}
-
 void cachePathEntryKind(const fs::path& path, QuenPathEntryKind kind) {
   pathKinds().record(path.native(), kind);
 }
-
-bool pathExists(const fs::path& path) { return pathEntryKind(path) != kMissingEntry; }
 
 void* allocString(const std::string& bytes) { return makeString(bytes); }
 
@@ -132,13 +96,5 @@ void addToArrayList(void* list, void* element) {
   const std::lock_guard lock(known->elements->mutex);
   known->elements->value.push_back(element);
 }
-
-void raise(const char* exceptionClass, const char* message) {
-  std::optional<Exception>& pending = pendingException();
-  if (!pending)
-    pending = Exception{std::string(viewOf(exceptionClass)), std::string(viewOf(message))};
-}
-
-int hasPendingError() { return pendingException().has_value() ? 1 : 0; }
 
 }  // namespace quen::small::operations

@@ -1,5 +1,6 @@
-// What the 20 operations do in the small runtime, under names of their own: boundary.cpp gives them
-// the symbols that the module asks for. See quen/io/operations.h for what each has to do.
+// The operations as the small runtime implements them, in a namespace, so that several runtimes can
+// share them: boundary.cpp defines the symbols that the module imports. quen/io/operations.h
+// documents each.
 #pragma once
 
 #include <cstdint>
@@ -8,30 +9,35 @@
 #include <vector>
 
 #include "quen/io/operations.h"
+#include "runtime/parts/operations.h"
 
 namespace quen::small::operations {
 
-std::filesystem::path runtimeFsPath(const char* text);
-std::string visiblePathString(const std::filesystem::path& path, bool explicitWindowsRoot);
-void* allocPathString(const std::filesystem::path& path, bool explicitWindowsRoot);
-void* allocTypedPathObjectFromPath(const std::filesystem::path& path, bool nonFolder,
-                                   bool explicitWindowsRoot, bool parentTraversal);
-const char* filePathFromObject(void* object);
-bool pathHasExplicitWindowsRoot(const char* text);
-QuenPathEntryKind pathEntryKind(const std::filesystem::path& path);
-void cachePathEntryKind(const std::filesystem::path& path, QuenPathEntryKind kind);
-bool pathExists(const std::filesystem::path& path);
-void* allocString(const std::string& bytes);
-bool readByteArrayData(void* object, std::vector<std::uint8_t>& bytes, std::string& error);
-bool writeByteArrayData(void* object, const std::uint8_t* bytes, std::uint64_t count,
-                        std::string& error);
+using parts::hasPendingError;
+using parts::raise;
+
 bool hasObjectMagic(void* pointer);
 void* allocObject(const char* className);
 std::int64_t getFieldI64(void* object, const char* field);
 void setFieldPtr(void* object, const char* field, void* value);
 int isInstanceOf(void* object, const char* className);
 void addToArrayList(void* list, void* element);
-void raise(const char* exceptionClass, const char* message);
-int hasPendingError();
+
+void* allocString(const std::string& bytes);
+bool readByteArrayData(void* object, std::vector<std::uint8_t>& bytes, std::string& error);
+bool writeByteArrayData(void* object, const std::uint8_t* bytes, std::uint64_t count,
+                        std::string& error);
+
+using parts::pathEntryKind;
+using parts::pathExists;
+void cachePathEntryKind(const std::filesystem::path& path, QuenPathEntryKind kind);
+
+using parts::pathHasExplicitWindowsRoot;
+using parts::runtimeFsPath;
+using parts::visiblePathString;
+void* allocPathString(const std::filesystem::path& path, bool explicitWindowsRoot);
+void* allocTypedPathObjectFromPath(const std::filesystem::path& path, bool nonFolder,
+                                   bool explicitWindowsRoot, bool parentTraversal);
+const char* filePathFromObject(void* object);
 
 }  // namespace quen::small::operations

@@ -6,18 +6,18 @@ namespace quen::small {
 
 void PathKinds::record(const std::string& path, QuenPathEntryKind kind) {
   const std::lock_guard lock(mutex_);
-  if (younger_.size() >= kMostEntries || youngerBytes_ + path.size() > kMostBytes) {
-    elder_ = std::exchange(younger_, {});
-    youngerBytes_ = 0;
+  if (young_.size() >= kMostEntries || youngBytes_ + path.size() > kMostBytes) {
+    old_ = std::exchange(young_, {});
+    youngBytes_ = 0;
   }
   if (path.size() > kMostBytes) return;
-  elder_.erase(path);
-  if (younger_.insert_or_assign(path, kind).second) youngerBytes_ += path.size();
+  old_.erase(path);
+  if (young_.insert_or_assign(path, kind).second) youngBytes_ += path.size();
 }
 
 std::optional<QuenPathEntryKind> PathKinds::find(const std::string& path) const {
   const std::lock_guard lock(mutex_);
-  for (const Generation* generation : {&younger_, &elder_}) {
+  for (const Generation* generation : {&young_, &old_}) {
     const auto found = generation->find(path);
     if (found != generation->end()) return found->second;
   }
@@ -26,14 +26,14 @@ std::optional<QuenPathEntryKind> PathKinds::find(const std::string& path) const 
 
 std::size_t PathKinds::size() const {
   const std::lock_guard lock(mutex_);
-  return younger_.size() + elder_.size();
+  return young_.size() + old_.size();
 }
 
 void PathKinds::clear() {
   const std::lock_guard lock(mutex_);
-  younger_.clear();
-  elder_.clear();
-  youngerBytes_ = 0;
+  young_.clear();
+  old_.clear();
+  youngBytes_ = 0;
 }
 
 }  // namespace quen::small

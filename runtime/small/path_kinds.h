@@ -1,4 +1,4 @@
-// The record of what kind of entry each path was last found to be. Thread-safe, bounded.
+// A thread-safe cache of the kinds of entries by path, of bounded size.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +11,8 @@
 
 namespace quen::small {
 
-// Kept in two generations: when the younger is full, the elder is forgotten and the younger takes
-// its place. So what is recorded last is always kept, and never more than two full generations.
+// Two generations approximate eviction of the least recently recorded entries: when the young
+// generation is full, the old one is dropped and the young one becomes the old one.
 class PathKinds {
  public:
   void record(const std::string& path, QuenPathEntryKind kind);
@@ -22,13 +22,14 @@ class PathKinds {
 
  private:
   using Generation = std::unordered_map<std::string, QuenPathEntryKind>;
-  static constexpr std::size_t kMostEntries = 32768;                       // of a generation
-  static constexpr std::size_t kMostBytes = std::size_t{8} * 1024 * 1024;  // of path text in it
+  static constexpr std::size_t kMostEntries = 32768;  // per generation
+  static constexpr std::size_t kMostBytes =
+      std::size_t{8} * 1024 * 1024;  // of path text per generation
 
   mutable std::mutex mutex_;
-  Generation younger_;
-  Generation elder_;
-  std::size_t youngerBytes_ = 0;
+  Generation young_;
+  Generation old_;
+  std::size_t youngBytes_ = 0;
 };
 
 }  // namespace quen::small

@@ -1,17 +1,11 @@
-// What the operations leave behind for the host to look at.
+// State that the operations share with the embedding interface.
 #pragma once
 
-#include <optional>
-
-#include "runtime/small/host.h"
 #include "runtime/small/path_kinds.h"
 
 namespace quen::small {
 
-// The exception that is pending on this thread.
-std::optional<Exception>& pendingException();
-
-// The kinds that listings recorded, for the whole process.
+// The kinds recorded by listings in this process.
 PathKinds& pathKinds();
 
 }  // namespace quen::small

@@ -5,11 +5,15 @@
 #include <unistd.h>
 
 #include <array>
+#include <cinttypes>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <new>
+#include <span>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -21,16 +25,11 @@
 
 namespace fs = std::filesystem;
 using namespace quen::small;
+using namespace quen::tests;
 
 namespace {
 
-using Objects = quen::tests::BoundaryTest;
-using Magic = quen::tests::BoundaryTest;
-using Scopes = quen::tests::BoundaryTest;
-using Exceptions = quen::tests::BoundaryTest;
-using Paths = quen::tests::BoundaryTest;
-using ByteArrays = quen::tests::BoundaryTest;
-using Kinds = quen::tests::BoundaryTest;
+using Objects = BoundaryTest;
 
 TEST_F(Objects, AnswerToTheirClassByShortAndQualifiedNameAndToEverySuperclass) {
   void* folder = newFolderPath("a");
@@ -91,6 +90,54 @@ TEST_F(Objects, ThatAreStringsHoldAnyBytes) {
   EXPECT_EQ(stringBytes(newPath("a")), "") << "a path is no String";
 }
 
+// "hg" among the flags of its mapping (proc_pid_smaps(5)): huge pages were advised.
+bool isAdvisedHugePages(const void* memory) {
+  const auto address = reinterpret_cast<std::uintptr_t>(memory);
+  std::ifstream maps("/proc/self/smaps");
+  bool inside = false;
+  for (std::string line; std::getline(maps, line);) {
+    std::uintptr_t start = 0;
+    std::uintptr_t end = 0;
+    if (std::sscanf(line.c_str(), "%" SCNxPTR "-%" SCNxPTR " ", &start, &end) == 2)
+      inside = start <= address && address < end;
+    if (inside && line.starts_with("VmFlags:")) return line.find(" hg") != std::string::npos;
+  }
+  return false;
+}
+
+TEST_F(Objects, ThatAreLargeStringsAreAdvisedHugePages) {
+  if (kSanitized || !fs::exists("/sys/kernel/mm/transparent_hugepage"))
+    GTEST_SKIP() << "no huge pages, or another allocator";
+  constexpr std::size_t kLarge = std::size_t{64} << 20;
+  const std::string bytes(kLarge, 'x');
+
+  const std::string_view large = stringView(Quen_allocString(bytes));
+  const std::string_view small = stringView(Quen_allocString(bytes.substr(0, kLarge / 4)));
+
+  EXPECT_TRUE(isAdvisedHugePages(large.data() + kLarge / 2));
+  EXPECT_FALSE(isAdvisedHugePages(small.data() + small.size() / 2));
+  EXPECT_TRUE(large == bytes);
+}
+
+TEST_F(Objects, ThatAreByteArraysAreCopiedAsFarAsThereIsRoom) {
+  std::array<std::uint8_t, 4> room{9, 9, 9, 9};
+  void* array = newByteArray({1, 2, 3});
+
+  EXPECT_EQ(copyByteArray(array, room), 3u);
+  EXPECT_EQ(room, (std::array<std::uint8_t, 4>{1, 2, 3, 9}));
+  EXPECT_EQ(copyByteArray(newByteArray({7, 8, 9}), std::span(room).first(2)), 2u);
+  EXPECT_EQ(room, (std::array<std::uint8_t, 4>{7, 8, 3, 9}));
+  EXPECT_EQ(copyByteArray(newString("no array"), room), 0u);
+}
+
+TEST_F(Objects, ThatArePathsAreMadeWithTheirParentTraversal) {
+  for (const bool parentTraversal : {false, true}) {
+    EXPECT_EQ(hasParentTraversal(newPath("a", parentTraversal)), parentTraversal);
+    EXPECT_EQ(hasParentTraversal(newFolderPath("a", parentTraversal)), parentTraversal);
+    EXPECT_EQ(hasParentTraversal(newFilePath("a", parentTraversal)), parentTraversal);
+  }
+}
+
 TEST_F(Objects, ThatAreListsKeepTheirElementsInOrder) {
   void* list = Quen_allocObject("ArrayList");
   ASSERT_EQ(className(list), "quen.collections.ArrayList");
@@ -103,6 +150,8 @@ TEST_F(Objects, ThatAreListsKeepTheirElementsInOrder) {
   EXPECT_EQ(listElements(list).size(), 3u);
   EXPECT_EQ(listStrings(list), (std::vector<std::string>{"a", "", "b"}));
 }
+
+using Magic = BoundaryTest;
 
 TEST_F(Magic, IsInEveryObjectAndInNothingElse) {
   char onStack[128] = {};
@@ -160,6 +209,8 @@ TEST_F(Magic, IsGoneWhenTheScopeIsClosed) {
   EXPECT_EQ(Quen_filePathFromObject(object), nullptr);
 }
 
+using Scopes = BoundaryTest;
+
 TEST_F(Scopes, DestroyWhatWasMadeInThemAndNothingElse) {
   void* outer = newPath("outer");
   const std::size_t before = liveObjects();
@@ -207,7 +258,7 @@ void callsInALoop(int calls) {
 
 // A million calls make four million objects, and a tenth of them warms everything up that stays.
 TEST_F(Scopes, GiveTheirMemoryBackSoThatAMillionCallsRunInBoundedMemory) {
-  if (quen::tests::kSanitized) GTEST_SKIP() << "a sanitizer keeps memory of its own";
+  if (kSanitized) GTEST_SKIP() << "a sanitizer keeps memory of its own";
   constexpr std::size_t kTolerance = std::size_t{16} * 1024 * 1024;
   callsInALoop(100'000);
   const std::size_t before = residentBytes();
@@ -216,6 +267,8 @@ TEST_F(Scopes, GiveTheirMemoryBackSoThatAMillionCallsRunInBoundedMemory) {
 
   EXPECT_LT(residentBytes(), before + kTolerance);
 }
+
+using Exceptions = BoundaryTest;
 
 TEST_F(Exceptions, StayPendingUntilTaken) {
   EXPECT_EQ(Quen_hasPendingError(), 0);
@@ -254,6 +307,8 @@ TEST_F(Exceptions, ArePendingOnTheirOwnThreadOnly) {
   EXPECT_EQ(raised(), "IOException: here");
 }
 
+using Paths = BoundaryTest;
+
 TEST_F(Paths, KeepTheirTextAndFlags) {
   void* folder = Quen_allocTypedPathObjectFromPath("a/b", false, true, true);
   void* other = Quen_allocTypedPathObjectFromPath("c", true, false, false);
@@ -289,6 +344,8 @@ TEST_F(Paths, ShowADriveOrNetworkRoot) {
   EXPECT_FALSE(Quen_pathHasExplicitWindowsRoot(nullptr));
 }
 
+using ByteArrays = BoundaryTest;
+
 TEST_F(ByteArrays, AreReadAndFilledWithinTheirLength) {
   void* array = newByteArray(4);
   const std::array<std::uint8_t, 3> bytes{0, 255, 7};
@@ -322,6 +379,8 @@ TEST_F(ByteArrays, AreNothingElse) {
   EXPECT_FALSE(Quen_writeByteArrayData(nullptr, nullptr, 0, error));
   EXPECT_EQ(error, "Expected Byte[] but got null");
 }
+
+using Kinds = BoundaryTest;
 
 TEST_F(Kinds, AreThoseOfTheEntryBehindALink) {
   const fs::path file = scratch.file("file");

@@ -1,12 +1,11 @@
-// Many threads at once through module and small runtime. What it shows is shown under the thread
-// sanitizer; without it only the results are checked.
+// Many threads call the module and the small runtime at once. Data races are found under the thread
+// sanitizer; other builds only check the results.
+
+#include "tests/support/threads.h"
 
 #include <gtest/gtest.h>
 
-#include <latch>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
@@ -15,29 +14,24 @@
 
 namespace fs = std::filesystem;
 using namespace quen::small;
+using namespace quen::tests;
 
 namespace {
 
-using Threads = quen::tests::BoundaryTest;
+using Threads = BoundaryTest;
 
 constexpr int kThreads = 8;
 constexpr int kRounds = 200;
 
-// Runs the body on all threads, which begin together.
+// Runs the body kRounds times on each of kThreads threads, all released at the same time.
 template <class Body>
 void onAllThreads(const Body& body) {
-  std::latch start(kThreads);
-  std::vector<std::jthread> threads;
-  threads.reserve(kThreads);
-  for (int thread = 0; thread < kThreads; ++thread) {
-    threads.emplace_back([&body, &start, thread] {
-      start.arrive_and_wait();
-      for (int round = 0; round < kRounds; ++round) {
-        const Scope one;
-        body(thread, round);
-      }
-    });
-  }
+  together(kThreads, [&body](int thread) {
+    for (int round = 0; round < kRounds; ++round) {
+      const Scope objectsOfThisRound;
+      body(thread, round);
+    }
+  });
 }
 
 TEST_F(Threads, ListQueryAndReadTheSameFolder) {
