@@ -1,27 +1,27 @@
-# Debian packages of what is installed: the shared library, what it takes to build against it, and
-# the driver. To be configured as the preset "debian" does, with /usr as the prefix.
+# Debian packages: the shared library, the development files and the driver. Configure with the preset
+# "debian", which sets the prefix to /usr.
 
 set(runtime_package libquen-io${PROJECT_VERSION_MAJOR})
 
-# The papers that each package has to bring.
-string(TIMESTAMP release_date "%a, %d %b %Y %H:%M:%S +0000" UTC)  # heeds SOURCE_DATE_EPOCH
+# The copyright and changelog of each package (Debian Policy, sections 12.5 and 12.7).
+string(TIMESTAMP release_date "%a, %d %b %Y %H:%M:%S +0000" UTC)  # respects SOURCE_DATE_EPOCH
 configure_file(cmake/debian/changelog.in changelog @ONLY)
 add_custom_command(
   OUTPUT changelog.gz
   COMMAND gzip --best --no-name --keep --force changelog
   DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/changelog)
-add_custom_target(quen_io_papers ALL DEPENDS changelog.gz)
-function(quen_io_install_papers component package)
+add_custom_target(quen_io_package_documents ALL DEPENDS changelog.gz)
+function(quen_io_install_package_documents component package)
   install(FILES cmake/debian/copyright ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
 endfunction()
-quen_io_install_papers(Runtime ${runtime_package})
-quen_io_install_papers(Development libquen-io-dev)
-quen_io_install_papers(Driver quen-io)
+quen_io_install_package_documents(Runtime ${runtime_package})
+quen_io_install_package_documents(Development libquen-io-dev)
+quen_io_install_package_documents(Driver quen-io)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME quen-io)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # would stand before that of each package
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # otherwise prepended to each package's own summary
 set(CPACK_PACKAGE_CONTACT "Quen IO developers <quen-io@example.org>")
 set(CPACK_COMPONENTS_ALL Runtime Development Driver)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -42,25 +42,26 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/cmake/debian/triggers)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "file-system and file-I/O library of Quen, native half
-The functions behind the paths, files and streams of the Quen language: normal
-forms of paths, questions about entries and changes to them, reading and
-writing whole files, writers that stay open, and strict TOML input.
+The functions behind the paths, files and streams of the Quen language: path
+normalization, file status queries, creating, renaming and removing files and
+folders, reading and writing whole files, writers that stay open, and strict
+TOML input.
 .
-They ask 20 operations of a runtime, which the program has to supply.")
+They call 20 runtime operations, which the program has to define.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libquen-io-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${runtime_package} (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "file-system and file-I/O library of Quen, development
-The headers of the functions and of the operations that they ask of a runtime,
-the static library, a small runtime for programs that have none, and what
-CMake and pkg-config have to know.")
+The headers of the functions and of the runtime operations that they call, the
+static library, a small runtime for programs that have none, and the CMake and
+pkg-config files.")
 
 set(CPACK_DEBIAN_DRIVER_PACKAGE_NAME quen-io)
 set(CPACK_DEBIAN_DRIVER_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_DRIVER_PACKAGE_DEPENDS "${runtime_package} (>= ${PROJECT_VERSION})")
-set(CPACK_DEBIAN_DRIVER_DESCRIPTION "file-system and file-I/O library of Quen, at a terminal
-Calls each function of the library, one at a time or in a shell, writes what is
-in a folder tree to an index, and tells which files are not UTF-8.")
+set(CPACK_DEBIAN_DRIVER_DESCRIPTION "file-system and file-I/O library of Quen, command line
+Calls any function of the library, once or in an interactive shell, writes an
+index of a folder tree, and lists files that are not valid UTF-8.")
 
 include(CPack)

@@ -1,5 +1,5 @@
-# What is installed, as two components: the libraries with all that it takes to build against them,
-# and the driver. An installed tree may be moved: nothing in it names the place it was made for.
+# Install rules for three components: Runtime (the shared library), Development and Driver. The
+# installed tree is relocatable: no file in it contains the prefix.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -15,8 +15,8 @@ install(TARGETS quen_io_static EXPORT quen_io-targets
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT quen_io-targets NAMESPACE quen:: DESTINATION ${package_dir} COMPONENT Development)
 
-# The small runtime, for whoever has none, is a part that has to be asked for. Installed, its header
-# is "quen/small/host.h".
+# The small runtime, for programs that have none, is a package component of its own
+# (find_package(quen_io COMPONENTS small_runtime)). Its installed header is "quen/small/host.h".
 install(TARGETS quen_small_runtime EXPORT quen_io-small_runtime-targets
   ARCHIVE COMPONENT Development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
@@ -25,12 +25,22 @@ install(FILES runtime/small/host.h
 install(EXPORT quen_io-small_runtime-targets
   NAMESPACE quen:: DESTINATION ${package_dir} COMPONENT Development)
 
-# So is the conformance kit, for whoever makes a runtime, with the program to start from.
+# So are its operations that no runtime needs to write itself.
+install(TARGETS quen_runtime_parts EXPORT quen_io-runtime_parts-targets
+  ARCHIVE COMPONENT Development
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT quen_io-runtime_parts-targets
+  NAMESPACE quen:: DESTINATION ${package_dir} COMPONENT Development)
+
+# So is the conformance kit, for authors of a runtime. The template of its main program and an
+# example runtime are installed as sources.
 install(TARGETS quen_io_conformance_kit EXPORT quen_io-conformance_kit-targets
   ARCHIVE COMPONENT Development
   FILE_SET HEADERS COMPONENT Development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES conformance/main_template.cpp RENAME runtime_conformance.cpp
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/quen_io COMPONENT Development)
+install(FILES examples/toy_host.cpp
   DESTINATION ${CMAKE_INSTALL_DATADIR}/quen_io COMPONENT Development)
 install(EXPORT quen_io-conformance_kit-targets
   NAMESPACE quen:: DESTINATION ${package_dir} COMPONENT Development)

@@ -1,6 +1,8 @@
-# How the targets of this project are built.
+# Functions that configure the targets of this project.
 
 include_guard()
+
+find_program(QUEN_IO_GNU_LD NAMES ld.bfd ld REQUIRED)  # only GNU ld has --force-group-allocation
 
 # C++20, hidden symbols, the project's include folders, strict warnings as errors.
 function(quen_io_configure target)
@@ -21,34 +23,48 @@ function(quen_io_configure target)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(${target} PRIVATE -Wno-unknown-warning-option)
   else()
-    # A unique symbol stays global whatever an export list says. And g++ 12 sees overlaps within
-    # std::string where there are none.
+    # STB_GNU_UNIQUE symbols stay global in spite of a version script. -Wrestrict gives false
+    # positives for std::string in g++ 12 (GCC bug 105651).
     target_compile_options(${target} PRIVATE -fno-gnu-unique -Wno-restrict)
   endif()
 endfunction()
 
-# A static library of one relocatable object in which only the entry points are still global: what
-# the shared library does with its export list. Groups are dissolved first, or a program that holds
-# the same inline function would discard ours.
+# Sets the variable to the options with which objcopy keeps the entry points global, and nothing else.
+function(quen_io_keep_entry_points variable)
+  set(exports ${PROJECT_SOURCE_DIR}/cmake/quen_io.exports)
+  file(READ ${exports} names)
+  string(REPLACE ";" " " names "${names}")  # ";" separates list elements
+  string(REGEX MATCHALL "(__)?quen_[a-z_]+\\*|_Z[A-Za-z0-9_]+" names "${names}")
+  list(TRANSFORM names PREPEND --keep-global-symbol=)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${exports})
+  set(${variable} ${names} PARENT_SCOPE)
+endfunction()
+
+# A static library of one relocatable object whose only global symbols are the entry points, as the
+# version script does for the shared library. COMDAT groups are dissolved first (ld
+# --force-group-allocation); otherwise the linker could discard our copy of an inline function, whose
+# symbol is local by then, in favour of the program's.
 function(quen_io_add_static_library target objects)
-  find_program(QUEN_IO_GNU_LD NAMES ld.bfd ld REQUIRED)  # no other linker dissolves groups
   set(object ${CMAKE_CURRENT_BINARY_DIR}/${target}.o)
+  quen_io_keep_entry_points(names)
   add_custom_command(
     OUTPUT ${object}
     COMMAND ${QUEN_IO_GNU_LD} -r --force-group-allocation -o ${object}.all
             $<TARGET_OBJECTS:${objects}>
     COMMAND ${CMAKE_OBJCOPY} --wildcard
-            --keep-global-symbol=quen_io_*
-            --keep-global-symbol=quen_data_*
-            --keep-global-symbol=__quen_propget_quen_io_*
-            --keep-global-symbol=_Z32Quen_isUnsafeRecursiveDeletePathPKc
+            ${names}
             ${object}.all ${object}
     DEPENDS ${objects} $<TARGET_OBJECTS:${objects}>
     COMMAND_EXPAND_LISTS VERBATIM)
+  quen_io_add_static_library_of_object(${target} ${object})
+  add_library(quen::io_static ALIAS ${target})
+  set_target_properties(${target} PROPERTIES EXPORT_NAME io_static)
+endfunction()
+
+function(quen_io_add_static_library_of_object target object)
   set_source_files_properties(${object} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
   add_library(${target} STATIC ${object})
-  add_library(quen::io_static ALIAS ${target})
-  set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX EXPORT_NAME io_static)
+  set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX)
   target_include_directories(${target}
     INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/runtime/include>)
 endfunction()

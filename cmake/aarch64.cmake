@@ -1,4 +1,4 @@
-# For processors of the kind aarch64, tested under qemu's user emulation.
+# Toolchain file for aarch64; tests run under qemu user-mode emulation.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)

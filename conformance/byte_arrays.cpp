@@ -1,9 +1,9 @@
-// Byte[]: reading, filling, and refusing what is none.
+// Byte[]: reading, filling, and refusing other objects.
 
 #include <algorithm>
 
+#include "conformance/operations.h"
 #include "conformance/requirement.h"
-#include "quen/io/operations.h"
 
 namespace quen::conformance {
 
@@ -11,7 +11,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// Every value, NUL among them.
+// All byte values, including NUL.
 Bytes patternOf(std::size_t length) {
   Bytes bytes(length);
   for (std::size_t i = 0; i < length; ++i) bytes[i] = static_cast<std::uint8_t>(i);
@@ -33,29 +33,30 @@ void* newByteArray(const Adapter& adapter, const Bytes& bytes) {
 Bytes read(void* array) {
   Bytes bytes{'o', 'l', 'd'};
   std::string error;
-  require(Quen_readByteArrayData(array, bytes, error), "refused: " + shown(error));
+  require(operations::readByteArrayData(array, bytes, error), "refused: " + shown(error));
   return bytes;
 }
 
 void write(void* array, const Bytes& bytes) {
   std::string error;
-  require(Quen_writeByteArrayData(array, bytes.data(), bytes.size(), error),
+  require(operations::writeByteArrayData(array, bytes.data(), bytes.size(), error),
           "refused: " + shown(error));
 }
 
 void requireReadRefused(void* object) {
   Bytes bytes;
   std::string error;
-  require(!Quen_readByteArrayData(object, bytes, error), "it is read");
+  require(!operations::readByteArrayData(object, bytes, error), "it is read");
 }
 
 void requireWriteRefused(void* object) {
   const Bytes bytes{'a', 'b'};
   std::string error;
-  require(!Quen_writeByteArrayData(object, bytes.data(), bytes.size(), error), "it is filled");
+  require(!operations::writeByteArrayData(object, bytes.data(), bytes.size(), error),
+          "it is filled");
 }
 
-// The module fills the caller's array with what a file had left.
+// A short read: the module fills part of the caller's array.
 void requireTheFirstBytesFilled(const Adapter& adapter) {
   void* array = newByteArray(adapter, Bytes(10, 'x'));
   write(array, {'a', 0, 'b'});
@@ -64,13 +65,38 @@ void requireTheFirstBytesFilled(const Adapter& adapter) {
   requireBytes("the beginning of the Byte[]", contents, {'a', 0, 'b'});
 }
 
-// Growing and refusing are both fine.
+// A short read at the end of file must not change the length of the caller's array.
+void requireTheLengthKept(const Adapter& adapter) {
+  void* array = newByteArray(adapter, Bytes(10, 'x'));
+  write(array, {'a', 0, 'b'});
+  requireEqual("the length of the Byte[]", std::to_string(adapter.byteArrayContents(array).size()),
+               "10");
+}
+
+// The rest of the caller's array may hold bytes of an earlier read.
+void requireTheRestKept(const Adapter& adapter) {
+  void* array = newByteArray(adapter, Bytes(10, 'x'));
+  write(array, {'a', 0, 'b'});
+  Bytes contents = adapter.byteArrayContents(array);
+  contents.erase(contents.begin(),
+                 contents.begin() + std::min<std::ptrdiff_t>(std::ssize(contents), 3));
+  requireBytes("the rest of the Byte[]", contents, Bytes(7, 'x'));
+}
+
+// Callers use one array for many reads.
+void requireFilledAgain(const Adapter& adapter) {
+  void* array = newByteArray(adapter, Bytes(10, 'x'));
+  for (const std::size_t count : {10U, 3U, 1U, 10U}) write(array, Bytes(count, 'a'));
+  requireBytes("the Byte[]", adapter.byteArrayContents(array), Bytes(10, 'a'));
+}
+
+// The runtime may grow the array or refuse.
 void requireTooManyBytesAllOrNone(const Adapter& adapter) {
   const Bytes before{'x', 'y'};
   const Bytes tooMany = patternOf(100'000);
   void* array = newByteArray(adapter, before);
   std::string error;
-  const bool filled = Quen_writeByteArrayData(array, tooMany.data(), tooMany.size(), error);
+  const bool filled = operations::writeByteArrayData(array, tooMany.data(), tooMany.size(), error);
   requireBytes("the Byte[]", adapter.byteArrayContents(array), filled ? tooMany : before);
 }
 
@@ -137,6 +163,13 @@ Requirements byteArrayRequirements() {
 
       {"Quen_writeByteArrayData fills the first bytes when there are fewer than the length",
        requireTheFirstBytesFilled},
+
+      {"Quen_writeByteArrayData keeps the length when there are fewer bytes", requireTheLengthKept},
+
+      {"Quen_writeByteArrayData leaves the bytes behind those that it fills", requireTheRestKept},
+
+      {"Quen_writeByteArrayData fills the whole length again after fewer bytes",
+       requireFilledAgain},
 
       {"Quen_writeByteArrayData takes more bytes than the length all or not at all",
        requireTooManyBytesAllOrNone},

@@ -1,11 +1,11 @@
-// What the runtime says about entries of the file system.
+// The kinds of file-system entries, as the runtime reports them.
 
 #include <filesystem>
 #include <fstream>
 
+#include "conformance/operations.h"
 #include "conformance/requirement.h"
 #include "conformance/scratch_folder.h"
-#include "quen/io/operations.h"
 
 namespace fs = std::filesystem;
 
@@ -37,13 +37,29 @@ std::string shownKind(QuenPathEntryKind kind) {
 }
 
 void requireKind(const fs::path& path, QuenPathEntryKind expected) {
-  const QuenPathEntryKind kind = Quen_pathEntryKind(path);
+  const QuenPathEntryKind kind = operations::pathEntryKind(path);
   require(kind == expected, shownKind(kind));
 }
 
 void requireNeitherKind(const fs::path& path) {
-  const QuenPathEntryKind kind = Quen_pathEntryKind(path);
+  const QuenPathEntryKind kind = operations::pathEntryKind(path);
   require(!isFileOrDirectory(kind), shownKind(kind));
+}
+
+// Names are bytes: the kernel does not interpret them (path_resolution(7)).
+void requireKindOfInvalidUtf8(const Adapter&) {
+  const ScratchFolder scratch;
+  requireKind(newFolder(scratch / "\xFF\xC3("), QuenPathEntryKind::kDirectory);
+}
+
+// The module does not report what it removes.
+void requireRecordNotBelieved(const Adapter&) {
+  const ScratchFolder scratch;
+  const fs::path file = newFile(scratch / "file");
+  operations::cachePathEntryKind(file, QuenPathEntryKind::kRegularFile);
+  fs::remove(file);
+  requireNeitherKind(file);
+  require(!operations::pathExists(file), "the removed entry is found");
 }
 
 }  // namespace
@@ -84,11 +100,7 @@ Requirements entryRequirements() {
       {"Quen_pathEntryKind gives neither 1 nor 2 for a device",
        [](const Adapter&) { requireNeitherKind("/dev/null"); }},
 
-      {"Quen_pathEntryKind takes names of invalid UTF-8",
-       [](const Adapter&) {
-         const ScratchFolder scratch;
-         requireKind(newFolder(scratch / "\xFF\xC3("), QuenPathEntryKind::kDirectory);
-       }},
+      {"Quen_pathEntryKind takes names of invalid UTF-8", requireKindOfInvalidUtf8},
 
       {"Quen_cachePathEntryKind takes any kind of any path",
        [](const Adapter&) {
@@ -96,7 +108,7 @@ Requirements entryRequirements() {
          for (const fs::path& path : {scratch / "missing", fs::path(), fs::path("\xFF"),
                                       fs::path(std::string(65536, 'x'))}) {
            for (const int kind : {0, 1, 2, 3}) {
-             Quen_cachePathEntryKind(path, static_cast<QuenPathEntryKind>(kind));
+             operations::cachePathEntryKind(path, static_cast<QuenPathEntryKind>(kind));
            }
          }
        }},
@@ -106,27 +118,30 @@ Requirements entryRequirements() {
          const ScratchFolder scratch;
          const fs::path file = newFile(scratch / "file");
          const fs::path folder = newFolder(scratch / "folder");
-         Quen_cachePathEntryKind(file, Quen_pathEntryKind(file));
-         Quen_cachePathEntryKind(folder, Quen_pathEntryKind(folder));
+         operations::cachePathEntryKind(file, operations::pathEntryKind(file));
+         operations::cachePathEntryKind(folder, operations::pathEntryKind(folder));
          requireKind(file, QuenPathEntryKind::kRegularFile);
          requireKind(folder, QuenPathEntryKind::kDirectory);
        }},
 
+      {"Quen_pathEntryKind and Quen_pathExists do not believe a record of what has been removed",
+       requireRecordNotBelieved, Severity::kAdvised},
+
       {"Quen_pathExists finds files, directories and devices",
        [](const Adapter&) {
          const ScratchFolder scratch;
-         require(Quen_pathExists(newFile(scratch / "file")), "no file is found");
-         require(Quen_pathExists(newFolder(scratch / "folder")), "no directory is found");
-         require(Quen_pathExists("/dev/null"), "no device is found");
+         require(operations::pathExists(newFile(scratch / "file")), "no file is found");
+         require(operations::pathExists(newFolder(scratch / "folder")), "no directory is found");
+         require(operations::pathExists("/dev/null"), "no device is found");
        }},
 
       {"Quen_pathExists finds nothing where nothing is",
        [](const Adapter&) {
          const ScratchFolder scratch;
-         require(!Quen_pathExists(scratch / "missing"), "a missing entry is found");
-         require(!Quen_pathExists(newFile(scratch / "file") / "below"),
+         require(!operations::pathExists(scratch / "missing"), "a missing entry is found");
+         require(!operations::pathExists(newFile(scratch / "file") / "below"),
                  "an entry below a file is found");
-         require(!Quen_pathExists(""), "the empty path is found");
+         require(!operations::pathExists(""), "the empty path is found");
        }},
   };
 }

@@ -1,21 +1,17 @@
-// Exceptions: one becomes pending, stays so until it is taken, and is what was raised.
+// Exceptions: Quen_raise makes one pending, unchanged, until it is taken.
 
-#include <chrono>
-#include <future>
+#include <filesystem>
 #include <limits>
-#include <thread>
 #include <utility>
 
+#include "conformance/operations.h"
 #include "conformance/requirement.h"
+#include "conformance/waiting.h"
 #include "quen/io/entry_points.h"
-#include "quen/io/operations.h"
 
 namespace quen::conformance {
 
 namespace {
-
-// Only whoever waits for ever takes as long.
-constexpr std::chrono::seconds kPatience{10};
 
 Exception take(const Adapter& adapter) {
   std::optional<Exception> exception = adapter.takeException();
@@ -25,7 +21,7 @@ Exception take(const Adapter& adapter) {
 
 void requireKept(const Adapter& adapter, const std::string& exceptionClass,
                  const std::string& message) {
-  Quen_raise(exceptionClass.c_str(), message.c_str());
+  operations::raise(exceptionClass.c_str(), message.c_str());
   const Exception exception = take(adapter);
   requireEqual("the class", exception.className, exceptionClass);
   requireEqual("the message", exception.message, message);
@@ -33,48 +29,56 @@ void requireKept(const Adapter& adapter, const std::string& exceptionClass,
 
 void requireMessageCopied(const Adapter& adapter) {
   std::string message(100, 'a');
-  Quen_raise("IOException", message.c_str());
+  operations::raise("IOException", message.c_str());
   message.assign(100, 'b');
   requireEqual("the message", take(adapter).message, std::string(100, 'a'));
 }
 
 void requirePendingUntilTaken(const Adapter& adapter) {
-  Quen_raise("IOException", "message");
-  require(Quen_hasPendingError() != 0, "it is not pending at first");
-  Quen_allocString("a");
-  Quen_allocObject("ArrayList");
-  require(Quen_hasPendingError() != 0, "it is not pending after other operations");
+  operations::raise("IOException", "message");
+  require(operations::hasPendingError() != 0, "it is not pending at first");
+  operations::allocString("a");
+  operations::allocObject("ArrayList");
+  require(operations::hasPendingError() != 0, "it is not pending after other operations");
   take(adapter);
 }
 
-// Whatever an entry point returns after a failure is made while the exception is pending.
+// After a failure an entry point creates its result while the exception is pending.
 void requireObjectsMadeMeanwhile(const Adapter& adapter) {
-  Quen_raise("IOException", "message");
-  void* list = made(Quen_allocObject("ArrayList"), "the ArrayList");
-  quen_collections_ArrayList_add(list, made(Quen_allocString("a"), "the String"));
+  operations::raise("IOException", "message");
+  void* list = made(operations::allocObject("ArrayList"), "the ArrayList");
+  operations::addToArrayList(list, made(operations::allocString("a"), "the String"));
   take(adapter);
   const std::vector<void*> elements = adapter.listElements(list);
   require(elements.size() == 1, std::to_string(elements.size()) + " elements, not 1");
   requireEqual("the element", adapter.stringBytes(made(elements[0], "the element")), "a");
 }
 
-// The module's look-up of a handle raises while it holds the lock of all handles. Whoever calls a
-// function of the module from Quen_raise waits for that lock, on the thread that holds it.
+// Looking up an unknown handle raises while the module holds the mutex of its registry. A runtime
+// that calls the module from Quen_raise therefore deadlocks on that mutex.
 void requireNoCallBack(const Adapter& adapter) {
-  std::packaged_task<Exception()> lookUp([&adapter] {
-    const ThreadOfAdapter thread(adapter);
-    quen_io_FileWriter__flushHandle(std::numeric_limits<std::int64_t>::max());
-    return take(adapter);
+  onOneThread(adapter, [&adapter] {
+    {
+      const WithoutGlobalLock call(adapter);
+      quen_io_FileWriter__flushHandle(std::numeric_limits<std::int64_t>::max());
+    }
+    requireEqual("the message", take(adapter).message, "File writer is closed");
   });
-  std::future<Exception> raised = lookUp.get_future();
-  std::thread raising(std::move(lookUp));
+}
 
-  if (raised.wait_for(kPatience) != std::future_status::ready) {
-    raising.detach();
-    throw NeverReturned("the thread that raised never came back");
-  }
-  raising.join();
-  requireEqual("the message", raised.get().message, "File writer is closed");
+// A failing writer raises while the module holds its mutex.
+void requireNoCallBackOfAWriter(const Adapter& adapter) {
+  constexpr const char* kFullDevice = "/dev/full";
+  if (!std::filesystem::exists(kFullDevice)) throw Skipped("there is no /dev/full");
+  onOneThread(adapter, [&adapter] {
+    {
+      const WithoutGlobalLock call(adapter);
+      const std::int64_t handle = quen_io_FileWriter__openPath(kFullDevice, 0);
+      quen_io_FileWriter__writeHandle(handle, "text");
+      quen_io_FileWriter__flushHandle(handle);
+    }
+    requireEqual("the message", take(adapter).message, "Failed to flush file");
+  });
 }
 
 }  // namespace
@@ -82,16 +86,16 @@ void requireNoCallBack(const Adapter& adapter) {
 Requirements exceptionRequirements() {
   return {
       {"Quen_hasPendingError gives 0 when nothing was raised",
-       [](const Adapter&) { require(Quen_hasPendingError() == 0, "another number"); }},
+       [](const Adapter&) { require(operations::hasPendingError() == 0, "another number"); }},
 
       {"Quen_raise returns, and the exception is pending until it is taken",
        requirePendingUntilTaken},
 
       {"Quen_hasPendingError gives 0 after the exception was taken",
        [](const Adapter& adapter) {
-         Quen_raise("IOException", "message");
+         operations::raise("IOException", "message");
          take(adapter);
-         require(Quen_hasPendingError() == 0, "another number");
+         require(operations::hasPendingError() == 0, "another number");
        }},
 
       {"Quen_raise keeps the class and the message of an IOException",
@@ -117,9 +121,9 @@ Requirements exceptionRequirements() {
 
       {"Quen_raise leaves one of the two pending when another was pending",
        [](const Adapter& adapter) {
-         Quen_raise("IOException", "first");
-         Quen_raise("TypeError", "second");
-         require(Quen_hasPendingError() != 0, "nothing is pending");
+         operations::raise("IOException", "first");
+         operations::raise("TypeError", "second");
+         require(operations::hasPendingError() != 0, "nothing is pending");
          const Exception exception = take(adapter);
          const std::string both = exception.className + ' ' + exception.message;
          require(both == "IOException first" || both == "TypeError second", shown(both));
@@ -129,6 +133,9 @@ Requirements exceptionRequirements() {
 
       {"Quen_raise calls nothing of the module, which may hold a lock meanwhile",
        requireNoCallBack},
+
+      {"Quen_raise does nothing with a writer that failed, which the module has locked",
+       requireNoCallBackOfAWriter},
   };
 }
 

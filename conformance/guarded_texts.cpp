@@ -13,14 +13,14 @@ namespace quen::conformance {
 
 namespace {
 
-// What the handler of faults needs to know; written while no text is in use.
+// The state of the SIGSEGV handler; only written while no text is in use.
 std::atomic<char*> gGuard{nullptr};
 std::atomic<std::size_t> gGuardSize{0};
 std::atomic<bool> gTouched{false};
 struct sigaction gBefore {};
 
-// Opens the guarding page, whereupon the reader goes on. A fault elsewhere happens again, with the
-// handler that was there before.
+// Makes the guard page accessible, so that the faulting instruction succeeds when it is restarted.
+// A fault elsewhere recurs with the previous handler.
 void onFault(int signal, siginfo_t* fault, void*) {
   char* const guard = gGuard;
   const auto* address = static_cast<const char*>(fault->si_addr);

@@ -1,4 +1,4 @@
-// Texts that end right before memory that may not be touched. Private to the kit.
+// Texts that end right before a guard page. Private to the kit.
 #pragma once
 
 #include <cstddef>
@@ -6,8 +6,8 @@
 
 namespace quen::conformance {
 
-// One at a time. Whoever reads on behind a text's NUL is noticed and let through; every other fault
-// meets what handled it before.
+// Holds one text at a time, and one object may exist at a time. A read beyond the NUL of the text
+// is recorded and then allowed; any other SIGSEGV goes to the previous handler.
 class GuardedTexts {
  public:
   static constexpr std::size_t kMostBytes = 8192;
@@ -17,10 +17,10 @@ class GuardedTexts {
   GuardedTexts(const GuardedTexts&) = delete;
   GuardedTexts& operator=(const GuardedTexts&) = delete;
 
-  // The text at the very end of what may be read. It takes the place of the one before.
+  // Copies the text to the end of the readable memory, replacing the previous one.
   char* place(std::string_view text);
 
-  // Whether memory behind the present text was touched.
+  // Whether memory beyond the current text was accessed.
   static bool wasReadBehind();
 
  private:

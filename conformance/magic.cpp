@@ -1,10 +1,10 @@
-// What tells objects from raw texts: an operand of the language may be either.
+// hasObjectMagic, which distinguishes objects from C strings: an operand may be either.
 
 #include <random>
 
 #include "conformance/guarded_texts.h"
+#include "conformance/operations.h"
 #include "conformance/requirement.h"
-#include "quen/io/operations.h"
 
 namespace quen::conformance {
 
@@ -15,37 +15,38 @@ constexpr int kRandomTexts = 10'000;
 constexpr std::size_t kLongestRandomText = 64;
 
 void requireMagic(void* object, const std::string& what) {
-  require(hasObjectMagic(made(object, what)), what + " has none");
+  require(operations::hasObjectMagic(made(object, what)), what + " has none");
 }
 
-// Every length and, with it, every alignment.
+// All lengths, and thereby all alignments.
 void requireNoMagicUpToThePagesEnd(const Adapter&) {
   GuardedTexts texts;
   for (std::size_t length = 0; length <= kLongestText; ++length) {
     char* text = texts.place(std::string(length, 'x'));
-    require(!hasObjectMagic(text), "a text of " + std::to_string(length) + " bytes has it");
+    require(!operations::hasObjectMagic(text),
+            "a text of " + std::to_string(length) + " bytes has it");
   }
 }
 
 void requireNothingReadBehindTheText(const Adapter&) {
   GuardedTexts texts;
   for (std::size_t length = 0; length <= kLongestText; ++length) {
-    static_cast<void>(hasObjectMagic(texts.place(std::string(length, 'x'))));
+    static_cast<void>(operations::hasObjectMagic(texts.place(std::string(length, 'x'))));
     require(!GuardedTexts::wasReadBehind(),
             "memory behind a text of " + std::to_string(length) + " bytes was read");
   }
 }
 
-// The same texts in every run.
+// The same random texts in every run.
 void requireNoMagicInRandomTexts(const Adapter&) {
   GuardedTexts texts;
-  std::mt19937 random;  // NOLINT(cert-msc32-c,cert-msc51-cpp): the seed is meant to be constant
+  std::mt19937 random;  // NOLINT(cert-msc32-c,cert-msc51-cpp): the seed is constant intentionally
   std::uniform_int_distribution<std::size_t> lengths(0, kLongestRandomText);
   std::uniform_int_distribution<int> bytes(1, 255);
   for (int i = 0; i < kRandomTexts; ++i) {
     std::string text(lengths(random), '\0');
     for (char& byte : text) byte = static_cast<char>(bytes(random));
-    require(!hasObjectMagic(texts.place(text)), shown(text) + " has it");
+    require(!operations::hasObjectMagic(texts.place(text)), shown(text) + " has it");
   }
 }
 
@@ -68,15 +69,17 @@ Requirements magicRequirements() {
 
       {"hasObjectMagic sees an object in whatever the operations make",
        [](const Adapter&) {
-         requireMagic(Quen_allocString("a"), "a String");
-         requireMagic(Quen_allocPathString("a", false), "the String of a path");
-         requireMagic(Quen_allocTypedPathObjectFromPath("a", true, false, false), "a path object");
-         requireMagic(Quen_allocTypedPathObjectFromPath("a", false, false, false), "a FolderPath");
-         requireMagic(Quen_allocObject("ArrayList"), "an ArrayList");
+         requireMagic(operations::allocString("a"), "a String");
+         requireMagic(operations::allocPathString("a", false), "the String of a path");
+         requireMagic(operations::allocTypedPathObjectFromPath("a", true, false, false),
+                      "a path object");
+         requireMagic(operations::allocTypedPathObjectFromPath("a", false, false, false),
+                      "a FolderPath");
+         requireMagic(operations::allocObject("ArrayList"), "an ArrayList");
        }},
 
       {"hasObjectMagic sees no object in null",
-       [](const Adapter&) { require(!hasObjectMagic(nullptr), "null is an object"); }},
+       [](const Adapter&) { require(!operations::hasObjectMagic(nullptr), "null is an object"); }},
 
       {"hasObjectMagic sees no object in texts of 0 to 4096 bytes", requireNoMagicUpToThePagesEnd},
 
@@ -89,9 +92,9 @@ Requirements magicRequirements() {
        [](const Adapter& adapter) {
          for (const std::size_t length : {1U, 7U, 15U, 16U, 100U, 5000U}) {
            void* path = made(adapter.newPath(std::string(length, 'x')), "the path object");
-           const char* text = Quen_filePathFromObject(path);
+           const char* text = operations::filePathFromObject(path);
            require(text != nullptr, "the text is null");
-           require(!hasObjectMagic(const_cast<char*>(text)),
+           require(!operations::hasObjectMagic(const_cast<char*>(text)),
                    "a text of " + std::to_string(length) + " bytes has it");
          }
        }},

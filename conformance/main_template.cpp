@@ -1,13 +1,11 @@
-// Does this runtime do what the module needs? Copy the file, fill in the members, and link it with
-// the kit and the runtime:
+// Checks a runtime against the requirements of the module. Copy this file, implement the members,
+// and link it with the kit and the runtime:
 //
 //   add_executable(my_runtime_conformance my_runtime_conformance.cpp)
 //   target_link_libraries(my_runtime_conformance PRIVATE quen::conformance_kit my_runtime)
 //
-// quen/io/conformance.h says what each member has to do, and small_adapter.h has them all filled in
-// for another runtime. As it stands here the runtime makes no objects, and so meets little.
-
-#include <iostream>
+// quen/io/conformance.h documents each member, and conformance/small_adapter.h implements them for
+// the small runtime. As it is, this adapter creates no objects, so most requirements are not met.
 
 #include "quen/io/conformance.h"
 
@@ -17,7 +15,7 @@ namespace {
 
 class MyRuntime final : public quen::conformance::Adapter {
  public:
-  // Making objects.
+  // Creating objects.
   void* newPath(const std::string&) const override { return nullptr; }
   void* newFolderPath(const std::string&) const override { return nullptr; }
   void* newPathWithoutText() const override { return nullptr; }
@@ -25,20 +23,25 @@ class MyRuntime final : public quen::conformance::Adapter {
   void* newByteArray(const std::vector<std::uint8_t>&) const override { return nullptr; }
   void* newOtherObject() const override { return nullptr; }
 
-  // Looking at objects.
+  // Reading objects.
   std::string stringBytes(void*) const override { return {}; }
   std::vector<void*> listElements(void*) const override { return {}; }
   std::vector<std::uint8_t> byteArrayContents(void*) const override { return {}; }
   bool isFolderPath(void*) const override { return false; }
 
-  // Taking the exception that is pending on this thread.
+  // Taking the pending exception of this thread.
   std::optional<Exception> takeException() const override { return std::nullopt; }
 
-  // Override newFolderSubclass too when a class below FolderPath exists, enterThread and
-  // leaveThread when the runtime has to know its threads.
+  // Also override newFolderSubclass if FolderPath has a subclass, enterThread and leaveThread if
+  // threads have to be registered with the runtime, sameObject if an object may have several
+  // handles, collect if there is a garbage collector, beforeWaiting and afterWaiting if there is a
+  // global lock, afterFork if the runtime has to be told of a fork, and oneThreadOnly or patience
+  // if it has one thread or is slow.
 };
 
 }  // namespace
 
-// Whatever the runtime needs before language code runs belongs in front.
-int main() { return quen::conformance::runConformance(MyRuntime(), std::cout); }
+// Initialize the runtime here, before runConformance. "--help" prints the options.
+int main(int count, char** arguments) {
+  return quen::conformance::runConformance(MyRuntime(), count, arguments);
+}

@@ -1,9 +1,9 @@
-// The classes of objects, their fields, and the path objects that the module makes.
+// The classes of objects, their fields, and the path objects that the module creates.
 
 #include <filesystem>
 
+#include "conformance/operations.h"
 #include "conformance/requirement.h"
-#include "quen/io/operations.h"
 
 namespace fs = std::filesystem;
 
@@ -13,17 +13,17 @@ namespace {
 
 constexpr const char* kTraversal = "_hasParentTraversal";
 
-// The module asks for both names and is content with one.
+// The module asks for both names; one of them is enough.
 bool answersToFolderPath(void* object) {
-  return Quen_isInstanceOf(object, "FolderPath") != 0 ||
-         Quen_isInstanceOf(object, "quen.io.FolderPath") != 0;
+  return operations::isInstanceOf(object, "FolderPath") != 0 ||
+         operations::isInstanceOf(object, "quen.io.FolderPath") != 0;
 }
 
 void* derivedPath(const fs::path& path, bool nonFolder, bool explicitWindowsRoot,
                   bool parentTraversal) {
-  return made(
-      Quen_allocTypedPathObjectFromPath(path, nonFolder, explicitWindowsRoot, parentTraversal),
-      "the path object");
+  return made(operations::allocTypedPathObjectFromPath(path, nonFolder, explicitWindowsRoot,
+                                                       parentTraversal),
+              "the path object");
 }
 
 void requireNoFolderPath(void* object, const std::string& what) {
@@ -31,12 +31,12 @@ void requireNoFolderPath(void* object, const std::string& what) {
 }
 
 void requireTraversal(void* object, bool expected) {
-  const std::int64_t value = Quen_getField_i64(made(object, "the path object"), kTraversal);
+  const std::int64_t value = operations::getFieldI64(made(object, "the path object"), kTraversal);
   require((value != 0) == expected, "the field reads " + std::to_string(value));
 }
 
 std::string textOf(void* path) {
-  const char* text = Quen_filePathFromObject(path);
+  const char* text = operations::filePathFromObject(path);
   return text == nullptr ? "" : text;
 }
 
@@ -46,14 +46,14 @@ void requireVisibleText(bool explicitWindowsRoot) {
     const fs::path path(text);
     requireEqual("the text of the path object",
                  textOf(derivedPath(path, true, explicitWindowsRoot, false)),
-                 Quen_visiblePathString(path, explicitWindowsRoot));
+                 operations::visiblePathString(path, explicitWindowsRoot));
   }
 }
 
-// As a rename does it: nothing else about the object changes.
+// Path.rename sets "_path" this way; nothing else in the object may change.
 void requireOnlyTheTextChanges(const Adapter& adapter) {
   void* path = derivedPath("old", false, false, true);
-  Quen_setField_ptr(path, "_path", made(adapter.newString("new"), "the String"));
+  operations::setFieldPtr(path, "_path", made(adapter.newString("new"), "the String"));
 
   requireTraversal(path, true);
   require(answersToFolderPath(path), "it is a FolderPath no longer");
@@ -125,13 +125,13 @@ Requirements objectRequirements() {
       {"Quen_isInstanceOf gives 0 for null",
        [](const Adapter&) {
          require(!answersToFolderPath(nullptr), "null is a FolderPath");
-         require(Quen_isInstanceOf(nullptr, "String") == 0, "null is a String");
+         require(operations::isInstanceOf(nullptr, "String") == 0, "null is a String");
        }},
 
       {"Quen_isInstanceOf gives 0 for a class that nobody knows",
        [](const Adapter& adapter) {
          void* folder = made(adapter.newFolderPath("a"), "the FolderPath");
-         require(Quen_isInstanceOf(folder, "quen.io.NoSuchClass") == 0, "another number");
+         require(operations::isInstanceOf(folder, "quen.io.NoSuchClass") == 0, "another number");
        }},
 
       {"Quen_getField_i64 reads 0 from \"_hasParentTraversal\" of path objects of plain texts",
@@ -141,10 +141,17 @@ Requirements objectRequirements() {
          requireTraversal(adapter.newPathWithoutText(), false);
        }},
 
+      {"Quen_getField_i64 gives 0 for objects that lack the field",
+       [](const Adapter& adapter) {
+         requireTraversal(adapter.newString("a"), false);
+         requireTraversal(adapter.newByteArray({1, 1, 1, 1, 1, 1, 1, 1}), false);
+         requireTraversal(adapter.newOtherObject(), false);
+       }},
+
       {"Quen_setField_ptr of \"_path\" changes the text of a path object",
        [](const Adapter& adapter) {
          void* path = made(adapter.newPath("old"), "the path object");
-         Quen_setField_ptr(path, "_path", made(adapter.newString("/new/text"), "the String"));
+         operations::setFieldPtr(path, "_path", made(adapter.newString("/new/text"), "the String"));
          requireEqual("the text", textOf(path), "/new/text");
        }},
 
@@ -152,7 +159,8 @@ Requirements objectRequirements() {
        [](const Adapter&) {
          void* path = derivedPath("old", true, false, false);
          for (const char* text : {"first", "second"}) {
-           Quen_setField_ptr(path, "_path", made(Quen_allocPathString(text, false), "the String"));
+           operations::setFieldPtr(path, "_path",
+                                   made(operations::allocPathString(text, false), "the String"));
            requireEqual("the text", textOf(path), text);
          }
        }},
@@ -160,7 +168,7 @@ Requirements objectRequirements() {
       {"Quen_setField_ptr of \"_path\" gives a path to an object without one",
        [](const Adapter& adapter) {
          void* path = made(adapter.newPathWithoutText(), "the path object");
-         Quen_setField_ptr(path, "_path", made(adapter.newString("a"), "the String"));
+         operations::setFieldPtr(path, "_path", made(adapter.newString("a"), "the String"));
          requireEqual("the text", textOf(path), "a");
        }},
 

@@ -2,8 +2,8 @@
 
 #include <array>
 
+#include "conformance/operations.h"
 #include "conformance/requirement.h"
-#include "quen/io/operations.h"
 
 namespace quen::conformance {
 
@@ -12,35 +12,50 @@ namespace {
 constexpr int kManyObjects = 10'000;
 
 void requireText(void* object, const std::string& expected) {
-  const char* text = Quen_filePathFromObject(made(object, "the path object"));
+  const char* text = operations::filePathFromObject(made(object, "the path object"));
   requireEqual("the text", text == nullptr ? "null" : text, expected);
 }
 
 void requireWindowsRoot(bool expected, std::initializer_list<const char*> texts) {
   for (const char* text : texts) {
-    require(Quen_pathHasExplicitWindowsRoot(text) == expected,
+    require(operations::pathHasExplicitWindowsRoot(text) == expected,
             shown(text) + (expected ? " has none" : " has one"));
   }
 }
 
-// A text is borrowed for as long as an entry point runs, and those make objects meanwhile.
+// Entry points borrow the text until they return, and create objects in the meantime.
 void requireTextsOutliveOtherObjects(const Adapter& adapter) {
   const std::string firstText =
       "/a/rather/long/text/that/no/object/holds/within/itself/" + std::string(200, 'x');
   void* first = made(adapter.newPath(firstText), "the path object");
   void* second = made(adapter.newPath("b"), "the path object");
-  const char* borrowedFirst = Quen_filePathFromObject(first);
-  const char* borrowedSecond = Quen_filePathFromObject(second);
+  const char* borrowedFirst = operations::filePathFromObject(first);
+  const char* borrowedSecond = operations::filePathFromObject(second);
   require(borrowedFirst != nullptr && borrowedSecond != nullptr, "a text is null");
 
   for (int i = 0; i < kManyObjects; ++i) {
     const std::string other = "other/" + std::to_string(i);
     void* object = made(adapter.newPath(other), "the path object");
     requireText(object, other);
-    Quen_allocString(other);
+    operations::allocString(other);
   }
   requireEqual("the long text", borrowedFirst, firstText);
   requireEqual("the short text", borrowedSecond, "b");
+}
+
+// Another thread may rename the path object while an entry point uses the text.
+void requireTextOutlivesSetField(const Adapter& adapter) {
+  for (const std::string& text : {std::string("short"), std::string(200, 'x')}) {
+    void* path = made(adapter.newPath(text), "the path object");
+    const char* borrowed = operations::filePathFromObject(path);
+    if (borrowed == nullptr) throw NotMet("the text is null");
+    for (const char* other : {"first", "second"}) {
+      void* string = made(operations::allocString(other), "the String");
+      operations::setFieldPtr(path, "_path", string);
+      requireText(path, other);
+    }
+    requireEqual("the text", borrowed, text);
+  }
 }
 
 }  // namespace
@@ -49,20 +64,20 @@ Requirements pathRequirements() {
   return {
       {"Quen_filePathFromObject gives null for null",
        [](const Adapter&) {
-         const char* text = Quen_filePathFromObject(nullptr);
+         const char* text = operations::filePathFromObject(nullptr);
          require(text == nullptr, "a text");
        }},
 
       {"Quen_filePathFromObject gives null for a path object without a path",
        [](const Adapter& adapter) {
          void* object = made(adapter.newPathWithoutText(), "the path object");
-         require(Quen_filePathFromObject(object) == nullptr, "a text");
+         require(operations::filePathFromObject(object) == nullptr, "a text");
        }},
 
       {"Quen_filePathFromObject gives null for an object that is no path object",
        [](const Adapter& adapter) {
          void* object = made(adapter.newOtherObject());
-         require(Quen_filePathFromObject(object) == nullptr, "a text");
+         require(operations::filePathFromObject(object) == nullptr, "a text");
        }},
 
       {"Quen_filePathFromObject gives the text of a path object and of a FolderPath",
@@ -80,7 +95,8 @@ Requirements pathRequirements() {
 
       {"Quen_filePathFromObject gives null or the empty text for the empty path",
        [](const Adapter& adapter) {
-         const char* text = Quen_filePathFromObject(made(adapter.newPath(""), "the path object"));
+         const char* text =
+             operations::filePathFromObject(made(adapter.newPath(""), "the path object"));
          requireEqual("the text", text == nullptr ? "" : text, "");
        }},
 
@@ -98,8 +114,13 @@ Requirements pathRequirements() {
       {"Quen_filePathFromObject gives texts that stay as they are while other objects are made",
        requireTextsOutliveOtherObjects},
 
+      {"Quen_filePathFromObject gives a text that stays as it is when \"_path\" is set",
+       requireTextOutlivesSetField},
+
       {"Quen_pathHasExplicitWindowsRoot finds none in null",
-       [](const Adapter&) { require(!Quen_pathHasExplicitWindowsRoot(nullptr), "it finds one"); }},
+       [](const Adapter&) {
+         require(!operations::pathHasExplicitWindowsRoot(nullptr), "it finds one");
+       }},
 
       {"Quen_pathHasExplicitWindowsRoot finds drives, before slash and backslash",
        [](const Adapter&) {
@@ -115,6 +136,12 @@ Requirements pathRequirements() {
        [](const Adapter&) {
          requireWindowsRoot(false, {"", "/", "/a", "a", "a/b", "..", "a\\b", "/C:/a", "1:/a"});
        }},
+
+      {"Quen_pathHasExplicitWindowsRoot finds none in a drive without a separator, nor in //server",
+       [](const Adapter&) {
+         requireWindowsRoot(false, {"C:", "C:a", "//server", "//server/share"});
+       },
+       Severity::kAdvised},
   };
 }
 

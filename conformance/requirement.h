@@ -1,4 +1,4 @@
-// What a requirement is, and how a check says that it is not met. Private to the kit.
+// Requirements and the exceptions that their checks throw. Private to the kit.
 #pragma once
 
 #include <functional>
@@ -12,31 +12,38 @@
 
 namespace quen::conformance {
 
+enum class Severity {
+  kNeeded,   // the module needs it
+  kAdvised,  // careful embedders want it; the module works without it
+};
+
 struct Requirement {
   const char* words;
 
-  // Returns when the requirement is met and throws one of the three below when it is not.
+  // Returns if the requirement is met; otherwise throws one of the exceptions below.
   std::function<void(const Adapter&)> check;
+
+  Severity severity = Severity::kNeeded;
 };
 
 using Requirements = std::vector<Requirement>;
 
-// Says what came instead.
+// The requirement is not met; the message says what happened instead.
 struct NotMet : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// The same, and a thread will never come back.
+// The same, and a thread of the check is still in the runtime.
 struct NeverReturned : NotMet {
   using NotMet::NotMet;
 };
 
-// Says what the adapter does not have.
+// The check needs something that the adapter does not offer, which the message names.
 struct Skipped : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// By subject, each in a file of that name.
+// The requirements of each subject, each in a source file of that name.
 Requirements textRequirements();
 Requirements pathRequirements();
 Requirements objectRequirements();
@@ -46,29 +53,24 @@ Requirements byteArrayRequirements();
 Requirements listRequirements();
 Requirements exceptionRequirements();
 Requirements threadRequirements();
+Requirements reentryRequirements();
 
-// The requirement is not met unless the condition holds.
+// All of them, in the order in which they are checked.
+Requirements allRequirements();
+
+// Throws NotMet with the message unless the condition holds.
 void require(bool condition, const std::string& instead);
 
-// The same for two byte strings; `what` names the first.
+// Throws NotMet unless both byte strings are equal; `what` describes the first.
 void requireEqual(std::string_view what, std::string_view actual, std::string_view expected);
 
-// The object; the requirement is not met when it is null.
+// Returns the object, or throws NotMet if it is null.
 void* made(void* object, std::string_view what = "the object");
 
-// To be held first on each thread that a check starts.
-class ThreadOfAdapter {
- public:
-  explicit ThreadOfAdapter(const Adapter& adapter) : adapter_(adapter) { adapter_.enterThread(); }
-  ~ThreadOfAdapter() { adapter_.leaveThread(); }
-  ThreadOfAdapter(const ThreadOfAdapter&) = delete;
-  ThreadOfAdapter& operator=(const ThreadOfAdapter&) = delete;
+// Takes the pending exception. Throws NotMet unless there is one with this message.
+void requireRaised(const Adapter& adapter, std::string_view message);
 
- private:
-  const Adapter& adapter_;
-};
-
-// Bytes as they are shown: in quotes, unprintable ones as \xNN, and only the first of many.
+// The bytes in quotes, unprintable ones as \xNN, truncated if there are many.
 std::string shown(std::string_view bytes);
 
 }  // namespace quen::conformance

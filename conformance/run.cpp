@@ -1,132 +1,128 @@
-// Asks for all requirements in turn, and tells.
+// Checks all requirements, one after the other, and reports the results.
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
+#include <atomic>
 #include <cstdlib>
-#include <exception>
-#include <ostream>
+#include <iostream>
 #include <utility>
 
+#include "conformance/expected_failures.h"
+#include "conformance/operations.h"
+#include "conformance/report.h"
 #include "conformance/requirement.h"
+#include "conformance/scratch_folder.h"
+#include "conformance/verdict.h"
 
 namespace quen::conformance {
 
 namespace {
 
-constexpr std::size_t kMostBytesShown = 40;
+// The adapter whose collect() is called inside the operations.
+std::atomic<const Adapter*> gAdapter{nullptr};
 
-struct Summary {
-  int asked = 0;
-  int notMet = 0;
-  int skipped = 0;
+bool isChosen(const Requirement& requirement, const Options& options) {
+  const std::string words = requirement.words;
+  return options.words.empty() ||
+         std::any_of(options.words.begin(), options.words.end(), [&](const std::string& word) {
+           return words.find(word) != std::string::npos;
+         });
+}
+
+Finding findingOf(const Requirement& requirement, const Verdict& verdict, const Options& options,
+                  const ExpectedFailures& expectedFailures) {
+  const auto expected = expectedFailures.find(requirement.words);
+  const bool isExpected = expected != expectedFailures.end();
+  const bool isAdvised = requirement.severity == Severity::kAdvised && !options.strict;
+  if (verdict.outcome == Outcome::kSkipped) {
+    return {&requirement, Result::kSkipped, verdict.message};
+  }
+  if (verdict.outcome == Outcome::kMet) {
+    if (isExpected) return {&requirement, Result::kNowMet, expected->second};
+    return {&requirement, Result::kMet, ""};
+  }
+  if (isExpected) return {&requirement, Result::kExpected, expected->second};
+  return {&requirement, isAdvised ? Result::kAdvice : Result::kNotMet, verdict.message};
+}
+
+struct Run {
+  std::vector<Finding> findings;
   bool threadNeverReturned = false;
 };
 
-Requirements allRequirements() {
-  Requirements all;
-  for (const auto subject : {textRequirements, pathRequirements, objectRequirements,
-                             magicRequirements, entryRequirements, byteArrayRequirements,
-                             listRequirements, threadRequirements, exceptionRequirements}) {
-    for (Requirement& each : subject()) all.push_back(std::move(each));
+Run checkAll(const Requirements& requirements, const Adapter& adapter, std::ostream& out,
+             const Options& options, const ExpectedFailures& expected) {
+  // Inside this folder, what crashed checks leave behind is removed, too.
+  const ScratchFolder scratch;
+  const ScratchFolder::Inside inside(scratch.path());
+  gAdapter = &adapter;
+  const auto checked = options.oneProcess ? check : checkInOwnProcess;
+  const auto patience = options.patience.value_or(adapter.patience());
+  Run run;
+  for (const Requirement& requirement : requirements) {
+    if (!isChosen(requirement, options)) continue;
+    const Verdict verdict = checked(requirement, adapter, patience);
+    run.threadNeverReturned |= verdict.outcome == Outcome::kNeverReturned;
+    run.findings.push_back(findingOf(requirement, verdict, options, expected));
+    if (options.format == Options::Format::kText) printLine(out, run.findings.back());
   }
-  return all;
+  gAdapter = nullptr;
+  return run;
 }
 
-// No operation but Quen_raise makes an exception pending, and whoever raises takes it.
-void requireNonePending(const Adapter& adapter) {
-  if (const auto left = adapter.takeException()) {
-    throw NotMet("left pending: " + left->className + ' ' + shown(left->message));
+void printEnd(std::ostream& out, const std::vector<Finding>& findings, Options::Format format) {
+  switch (format) {
+    case Options::Format::kText: return printSummary(out, findings);
+    case Options::Format::kJson: return printJson(out, findings);
+    case Options::Format::kJUnit: return printJUnit(out, findings);
   }
 }
 
-void ask(const Requirement& requirement, const Adapter& adapter, Summary& summary,
-         std::ostream& out) {
-  const auto notMet = [&](const std::string& instead) {
-    ++summary.notMet;
-    out << "NOT MET  " << requirement.words << ": " << instead;
-    // Lest the next requirement is blamed.
-    adapter.takeException();
-  };
-
-  ++summary.asked;
-  try {
-    requirement.check(adapter);
-    requireNonePending(adapter);
-    out << "met      " << requirement.words;
-  } catch (const Skipped& missing) {
-    ++summary.skipped;
-    out << "skipped  " << requirement.words << ": " << missing.what();
-  } catch (const NeverReturned& instead) {
-    summary.threadNeverReturned = true;
-    notMet(instead.what());
-  } catch (const NotMet& instead) {
-    notMet(instead.what());
-  } catch (const std::exception& exception) {
-    notMet("the C++ exception " + shown(exception.what()));
-  } catch (...) {
-    notMet("a C++ exception of an unknown kind");
-  }
-  out << std::endl;
+ExpectedFailures expectedFailures(const Options& options, const Requirements& requirements) {
+  if (options.expectedFailures.empty()) return {};
+  return readExpectedFailures(options.expectedFailures, requirements);
 }
 
 }  // namespace
 
 void* Adapter::newFolderSubclass(const std::string&) const { return nullptr; }
-
 void Adapter::enterThread() const {}
-
 void Adapter::leaveThread() const {}
+std::optional<bool> Adapter::sameObject(void*, void*) const { return std::nullopt; }
+void Adapter::collect() const {}
+bool Adapter::oneThreadOnly() const { return false; }
+void Adapter::afterFork() const {}
+std::chrono::milliseconds Adapter::patience() const { return std::chrono::seconds(10); }
 
-int runConformance(const Adapter& adapter, std::ostream& out) {
-  Summary summary;
-  for (const Requirement& requirement : allRequirements()) ask(requirement, adapter, summary, out);
-
-  out << summary.asked << " requirements, " << summary.notMet << " not met";
-  if (summary.skipped > 0) out << ", " << summary.skipped << " skipped";
-  out << std::endl;
-  if (summary.threadNeverReturned) std::_Exit(1);
-  return summary.notMet == 0 ? 0 : 1;
+void operations::collect() {
+  if (const Adapter* adapter = gAdapter) adapter->collect();
 }
 
-void require(bool condition, const std::string& instead) {
-  if (!condition) throw NotMet(instead);
-}
-
-void requireEqual(std::string_view what, std::string_view actual, std::string_view expected) {
-  if (actual == expected) return;
-  std::string instead = std::string(what) + " is " + shown(actual) + ", not " + shown(expected);
-  const auto mismatch =
-      std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
-  const auto place = static_cast<std::size_t>(mismatch.first - actual.begin());
-  if (place >= kMostBytesShown) instead += ", from byte " + std::to_string(place) + " on";
-  throw NotMet(instead);
-}
-
-void* made(void* object, std::string_view what) {
-  require(object != nullptr, std::string(what) + " is null");
-  return object;
-}
-
-std::string shown(std::string_view bytes) {
-  std::string text = "\"";
-  for (const char each : bytes.substr(0, kMostBytesShown)) {
-    const auto byte = static_cast<unsigned char>(each);
-    if (each == '"' || each == '\\') {
-      text += {'\\', each};
-    } else if (byte >= 0x20 && byte < 0x7F) {
-      text += each;
-    } else {
-      std::array<char, 5> escaped{};
-      static_cast<void>(std::snprintf(escaped.data(), escaped.size(), "\\x%02X", byte));
-      text += escaped.data();
-    }
+Requirements allRequirements() {
+  Requirements all;
+  for (const auto subject :
+       {textRequirements, pathRequirements, objectRequirements, magicRequirements,
+        entryRequirements, byteArrayRequirements, listRequirements, threadRequirements,
+        exceptionRequirements, reentryRequirements}) {
+    for (Requirement& each : subject()) all.push_back(std::move(each));
   }
-  text += '"';
-  if (bytes.size() > kMostBytesShown) {
-    text += "... (" + std::to_string(bytes.size()) + " bytes)";
+  return all;
+}
+
+int runConformance(const Adapter& adapter, std::ostream& out, const Options& options) {
+  const Requirements requirements = allRequirements();
+  ExpectedFailures expected;
+  try {
+    expected = expectedFailures(options, requirements);
+  } catch (const UsageError& error) {
+    std::cerr << error.what() << '\n';
+    return 2;
   }
-  return text;
+
+  const Run run = checkAll(requirements, adapter, out, options, expected);
+  printEnd(out, run.findings, options.format);
+  const int status = std::any_of(run.findings.begin(), run.findings.end(), isFailure) ? 1 : 0;
+  if (run.threadNeverReturned && options.oneProcess) std::_Exit(status);
+  return status;
 }
 
 }  // namespace quen::conformance

@@ -1,4 +1,4 @@
-// The adapter of the small runtime, and an example of one.
+// The adapter of the small runtime, which also serves as an example.
 #pragma once
 
 #include <utility>
@@ -39,6 +39,8 @@ class SmallAdapter : public Adapter {
   }
 
   bool isFolderPath(void* path) const override { return small::isFolderPath(path); }
+
+  std::optional<bool> sameObject(void* one, void* other) const override { return one == other; }
 
   std::optional<Exception> takeException() const override {
     std::optional<small::Exception> taken = small::takeException();

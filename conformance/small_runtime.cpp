@@ -1,9 +1,7 @@
-// Does the small runtime do what the module needs?
-
-#include <iostream>
+// The conformance program of the small runtime.
 
 #include "conformance/small_adapter.h"
 
-int main() {
-  return quen::conformance::runConformance(quen::conformance::SmallAdapter(), std::cout);
+int main(int count, char** arguments) {
+  return quen::conformance::runConformance(quen::conformance::SmallAdapter(), count, arguments);
 }

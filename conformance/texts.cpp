@@ -1,9 +1,9 @@
-// Texts become filesystem paths and come back, and bytes become Strings.
+// Conversion of path texts to std::filesystem::path and back, and of bytes to Strings.
 
 #include <filesystem>
 
+#include "conformance/operations.h"
 #include "conformance/requirement.h"
-#include "quen/io/operations.h"
 
 namespace fs = std::filesystem;
 
@@ -27,16 +27,17 @@ std::string longPath() {
 }
 
 void requireSamePath(const std::string& text) {
-  requireEqual("the path", Quen_runtimeFsPath(text.c_str()).native(), text);
+  requireEqual("the path", operations::runtimeFsPath(text.c_str()).native(), text);
 }
 
-// What has no Windows root has one spelling only, so that listed names lead back to their entries.
+// A path without a Windows root has the same text whether the flag is set or not, so that listed
+// names refer to their entries.
 void requireRoundTrip(bool explicitWindowsRoot) {
   for (const char* text :
        {"a", "a/b.txt", "/", "/a/b", "../a", "..", ".", "a b", "\xFF\xC3(", "~"}) {
-    const std::string visible = Quen_visiblePathString(fs::path(text), explicitWindowsRoot);
-    requireEqual("the path of the visible text", Quen_runtimeFsPath(visible.c_str()).native(),
-                 text);
+    const std::string visible = operations::visiblePathString(fs::path(text), explicitWindowsRoot);
+    requireEqual("the path of the visible text",
+                 operations::runtimeFsPath(visible.c_str()).native(), text);
   }
 }
 
@@ -44,15 +45,24 @@ void requireAgreement(const Adapter& adapter, bool explicitWindowsRoot) {
   for (const char* text : {"", "a", "a//b/", "/", "/a/../b", "C:\\a", "C:/a/b", "c:\\",
                            "\\\\server\\a", "//server/a", "a\\b", "\xFF"}) {
     const fs::path path(text);
-    const std::string visible = Quen_visiblePathString(path, explicitWindowsRoot);
-    void* string = made(Quen_allocPathString(path, explicitWindowsRoot), "the String");
+    const std::string visible = operations::visiblePathString(path, explicitWindowsRoot);
+    void* string = made(operations::allocPathString(path, explicitWindowsRoot), "the String");
     requireEqual("the String of the path " + shown(text), adapter.stringBytes(string), visible);
   }
 }
 
+void requireRootKept() {
+  for (const char* text : {"C:\\a", "C:/a", "\\\\server\\share"}) {
+    const fs::path path = operations::runtimeFsPath(text);
+    const std::string visible = operations::visiblePathString(path, true);
+    require(operations::pathHasExplicitWindowsRoot(visible.c_str()),
+            shown(text) + " becomes " + shown(visible));
+  }
+}
+
 void requireSameString(const Adapter& adapter, const std::string& bytes) {
-  requireEqual("the String", adapter.stringBytes(made(Quen_allocString(bytes), "the String")),
-               bytes);
+  requireEqual("the String",
+               adapter.stringBytes(made(operations::allocString(bytes), "the String")), bytes);
 }
 
 }  // namespace
@@ -60,7 +70,9 @@ void requireSameString(const Adapter& adapter, const std::string& bytes) {
 Requirements textRequirements() {
   return {
       {"Quen_runtimeFsPath gives the empty path for null text",
-       [](const Adapter&) { requireEqual("the path", Quen_runtimeFsPath(nullptr).native(), ""); }},
+       [](const Adapter&) {
+         requireEqual("the path", operations::runtimeFsPath(nullptr).native(), "");
+       }},
 
       {"Quen_runtimeFsPath gives the empty path for the empty text",
        [](const Adapter&) { requireSamePath(""); }},
@@ -80,8 +92,8 @@ Requirements textRequirements() {
 
       {"Quen_visiblePathString gives the empty text for the empty path, root flag or not",
        [](const Adapter&) {
-         requireEqual("without the flag", Quen_visiblePathString(fs::path(), false), "");
-         requireEqual("with the flag", Quen_visiblePathString(fs::path(), true), "");
+         requireEqual("without the flag", operations::visiblePathString(fs::path(), false), "");
+         requireEqual("with the flag", operations::visiblePathString(fs::path(), true), "");
        }},
 
       {"Quen_visiblePathString gives a text that leads back to the path",
@@ -89,6 +101,9 @@ Requirements textRequirements() {
 
       {"Quen_visiblePathString does so with the root flag too, when there is no Windows root",
        [](const Adapter&) { requireRoundTrip(true); }},
+
+      {"Quen_visiblePathString keeps a drive root and a UNC root with the root flag",
+       [](const Adapter&) { requireRootKept(); }},
 
       {"Quen_allocPathString gives a String of the text of Quen_visiblePathString",
        [](const Adapter& adapter) { requireAgreement(adapter, false); }},
@@ -99,7 +114,8 @@ Requirements textRequirements() {
       {"Quen_allocPathString gives the empty String for the empty path, root flag or not",
        [](const Adapter& adapter) {
          for (const bool explicitWindowsRoot : {false, true}) {
-           void* string = made(Quen_allocPathString(fs::path(), explicitWindowsRoot), "the String");
+           void* string =
+               made(operations::allocPathString(fs::path(), explicitWindowsRoot), "the String");
            requireEqual("the String", adapter.stringBytes(string), "");
          }
        }},
@@ -126,7 +142,7 @@ Requirements textRequirements() {
       {"Quen_allocString copies the bytes",
        [](const Adapter& adapter) {
          std::string bytes(100, 'a');
-         void* string = made(Quen_allocString(bytes), "the String");
+         void* string = made(operations::allocString(bytes), "the String");
          bytes.assign(100, 'b');
          requireEqual("the String", adapter.stringBytes(string), std::string(100, 'a'));
        }},

@@ -1,10 +1,13 @@
-// A host of its own, in one file: a toy object model, the 20 operations over it, and a little use
-// of the module. What a runtime engineer would copy first.
+// A complete host in one file: a toy object model, the operations over it, and some calls of the
+// module. A starting point for a runtime of your own. It compiles as C++17.
 //
 // Objects live as long as the process and are never moved. A real runtime collects them, answers
-// kinds from a cache, and throws what is pending when the entry point has returned to compiled
-// code.
+// kinds from a cache, and throws the pending exception after the entry point has returned to
+// compiled code.
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstring>
 #include <deque>
 #include <iostream>
@@ -25,7 +28,7 @@ namespace fs = std::filesystem;
 
 namespace toy {
 
-// One layout for all classes; most objects leave most of it empty.
+// One layout for all classes; most objects use only some members.
 struct Object {
   std::string className;
   std::string bytes;               // of a String
@@ -35,7 +38,13 @@ struct Object {
   std::map<std::string, Object*> references;
 };
 
-// All objects, and their addresses: a raw text is told from an object by not being among them.
+// The superclasses. Programs of the language may define subclasses of FolderPath.
+const std::map<std::string, std::string> kSuperclasses{
+    {"quen.io.FolderPath", "quen.io.Path"},
+    {"app.HomeFolder", "quen.io.FolderPath"},
+};
+
+// All objects, and their addresses, by which objects are distinguished from C strings.
 std::mutex gMutex;
 std::deque<Object> gObjects;
 std::set<const void*> gAddresses;
@@ -62,7 +71,7 @@ Object* makePath(const std::string& text, const std::string& className = "quen.i
 
 Object* asObject(void* pointer) { return static_cast<Object*>(pointer); }
 
-// What is pending on a thread. While something is, what else is raised is dropped.
+// The pending exception of the thread. Further ones are dropped while it is pending.
 thread_local std::optional<std::string> tPending;
 
 std::optional<std::string> takePending() { return std::exchange(tPending, std::nullopt); }
@@ -95,9 +104,12 @@ const char* Quen_filePathFromObject(void* object) {
   return path == asObject(object)->references.end() ? nullptr : path->second->bytes.c_str();
 }
 
+// A UNC root such as \\server, or a drive: a letter, a colon and either separator.
 bool Quen_pathHasExplicitWindowsRoot(const char* text) {
-  return text != nullptr && (std::strncmp(text, "\\\\", 2) == 0 ||
-                             (text[0] != '\0' && text[1] == ':' && text[2] == '\\'));
+  if (text == nullptr) return false;
+  if (std::strncmp(text, "\\\\", 2) == 0) return true;
+  const bool letter = (text[0] >= 'A' && text[0] <= 'Z') || (text[0] >= 'a' && text[0] <= 'z');
+  return letter && text[1] == ':' && (text[2] == '\\' || text[2] == '/');
 }
 
 // Kinds of entries.
@@ -136,13 +148,19 @@ bool Quen_writeByteArrayData(void* object, const std::uint8_t* bytes, std::uint6
     error = "Expected Byte[]";
     return false;
   }
-  asObject(object)->data.assign(bytes, bytes + count);
+  // The length of an array is fixed: a short read fills part of it, and more bytes do not fit.
+  std::vector<std::uint8_t>& data = asObject(object)->data;
+  if (count > data.size()) {
+    error = "Byte[] is too short";
+    return false;
+  }
+  std::copy_n(bytes, count, data.begin());
   return true;
 }
 
 bool hasObjectMagic(void* pointer) {
   const std::lock_guard lock(toy::gMutex);
-  return toy::gAddresses.contains(pointer);
+  return toy::gAddresses.count(pointer) != 0;
 }
 
 void* Quen_allocObject(const char* className) { return toy::make(className); }
@@ -159,11 +177,17 @@ void Quen_setField_ptr(void* object, const char* field, void* value) {
   asObject(object)->references[field] = asObject(value);
 }
 
-// Short names and qualified ones; this model has no subclasses.
+// Compares short and qualified names of the object's class and its superclasses.
 int Quen_isInstanceOf(void* object, const char* className) {
   if (object == nullptr) return 0;
-  const std::string& known = asObject(object)->className;
-  return known == className || known.ends_with(std::string(".") + className) ? 1 : 0;
+  const std::string name = className;
+  std::string known = asObject(object)->className;
+  while (!known.empty()) {
+    if (known == name || known.substr(known.rfind('.') + 1) == name) return 1;
+    const auto above = toy::kSuperclasses.find(known);
+    known = above == toy::kSuperclasses.end() ? "" : above->second;
+  }
+  return 0;
 }
 
 // Exceptions.
@@ -174,7 +198,7 @@ void Quen_raise(const char* exceptionClass, const char* message) {
 
 int Quen_hasPendingError() { return toy::tPending ? 1 : 0; }
 
-// What compiled code would do with the module.
+// Calls the module as compiled code would.
 
 int main() {
   void* file = toy::makePath("notes/../notes/today.txt");
@@ -183,7 +207,8 @@ int main() {
   std::cout << "came from a parent step: " << Quen_getField_i64(normal, "_hasParentTraversal")
             << '\n';
 
-  const fs::path folder = fs::temp_directory_path() / "quen-io-toy-host";
+  const fs::path folder =
+      fs::temp_directory_path() / ("quen-io-toy-host-" + std::to_string(getpid()));
   quen_io_FolderPath__mkdirsNative(folder.c_str());
   const std::string text = folder / "greeting.txt";
   quen_io_FileWriter__writePath(text.c_str(), "gr\xC3\xBC\xC3\x9F dich\n");
@@ -196,4 +221,5 @@ int main() {
   std::cout << "raised: " << toy::takePending().value_or("nothing") << '\n';
   quen_io_FolderPath__removeAllNative(folder.c_str());
   std::cout << "raised: " << toy::takePending().value_or("nothing") << '\n';
+  return 0;
 }

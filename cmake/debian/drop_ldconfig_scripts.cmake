@@ -1,4 +1,4 @@
-# Takes CPack's own ldconfig scripts out of the packages: the trigger does what they would.
+# Removes CPack's maintainer scripts that run ldconfig: the dpkg trigger in cmake/debian/triggers does.
 
 foreach(package IN LISTS CPACK_PACKAGE_FILES)
   set(tree ${package}.tree)

@@ -1,4 +1,4 @@
-// The entry points are declared for older standards too.
+// The header of the entry points also compiles as C++17.
 
 #include <quen/io/entry_points.h>
 

@@ -1,4 +1,4 @@
-// A program that uses the module and the small runtime as they are installed.
+// A program that uses the installed module and small runtime.
 
 #include <quen/io/entry_points.h>
 #include <quen/small/host.h>

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Installs a built module, moves the tree elsewhere, and builds and runs programs against it as
-# somebody else would: run.sh BUILD
+# Installs a built module, moves the installed tree, and builds and runs programs of other projects
+# against it: run.sh BUILD
 set -euo pipefail
 build=$(realpath -- "${1:?usage: run.sh BUILD}")
 cd "$(dirname "$0")"
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
-# What a variable was set to when the module was built.
+# The value of a CMake cache variable of the build.
 cached() { sed -n "s/^$1:[^=]*=//p" "$build/CMakeCache.txt"; }
 
 fail() { printf '%s\n' "$*" >&2; exit 1; }
@@ -27,11 +27,14 @@ expected_files() {
 include/quen/io/conformance.h
 include/quen/io/entry_points.h
 include/quen/io/operations.h
+include/quen/io/runtime_parts.h
 include/quen/small/host.h
 $libdir/cmake/quen_io/quen_io-config-version.cmake
 $libdir/cmake/quen_io/quen_io-config.cmake
 $libdir/cmake/quen_io/quen_io-conformance_kit-targets-${type,,}.cmake
 $libdir/cmake/quen_io/quen_io-conformance_kit-targets.cmake
+$libdir/cmake/quen_io/quen_io-runtime_parts-targets-${type,,}.cmake
+$libdir/cmake/quen_io/quen_io-runtime_parts-targets.cmake
 $libdir/cmake/quen_io/quen_io-small_runtime-targets-${type,,}.cmake
 $libdir/cmake/quen_io/quen_io-small_runtime-targets.cmake
 $libdir/cmake/quen_io/quen_io-targets-${type,,}.cmake
@@ -41,9 +44,11 @@ $libdir/libquen_io.so.${version%%.*}
 $libdir/libquen_io.so.$version
 $libdir/libquen_io_conformance_kit.a
 $libdir/libquen_io_static.a
+$libdir/libquen_runtime_parts.a
 $libdir/libquen_small_runtime.a
 $libdir/pkgconfig/quen_io.pc
 share/quen_io/runtime_conformance.cpp
+share/quen_io/toy_host.cpp
 LIST
   [ "$(cached QUEN_IO_DRIVER)" != ON ] || cat <<LIST
 bin/quen-io
@@ -75,16 +80,34 @@ cmake --build "$scratch/consumer"
 run_program "CMake, shared" "$scratch/consumer/shared"
 run_program "CMake, static" "$scratch/consumer/static"
 
+if [[ $flags != *-fsanitize* ]]; then  # a sanitizer has to be loaded first
+  printed=$(python3 -c 'import ctypes, sys; ctypes.CDLL(sys.argv[1]).main()' "$scratch/consumer/libextension.so")
+  [ "$printed" = "$expected" ] || fail "The loaded module printed: $printed"
+fi
+
+echo "== A host with operations of its own, and the parts"
+for program in parts_io parts_io_static; do
+  printed=$("$scratch/consumer/$program")
+  [ "$printed" = $'b/ 10 directory\nIOException: Cannot open file' ] || fail "$program printed: $printed"
+done
+
 echo "== The conformance kit, with the program to start from as it stands"
 unmet=$("$scratch/consumer/conformance") && fail "A runtime that makes no objects passes."
 [[ $unmet == *" requirements, "*" not met"* ]] || fail "The kit printed: $unmet"
 
-# Spaces in a .pc file's folder come out escaped for a shell.
+# pkg-config escapes spaces in the prefix for a shell.
 export PKG_CONFIG_PATH="$prefix/$libdir/pkgconfig"
+options=()
 eval "options=($flags $(pkg-config --cflags --libs quen_io))"
-"$compiler" -std=c++17 -Wall -Wextra -Werror own_runtime.cpp "${options[@]}" \
-  -Wl,-rpath,"$prefix/$libdir" -o "$scratch/own_runtime"
-run_program "pkg-config and a runtime of its own" "$scratch/own_runtime"
+
+echo "== pkg-config: the installed sources, with the compiler's default standard and with C++17"
+for standard in "" -std=c++17; do
+  "$compiler" $standard -Wall -Wextra -Werror "$prefix/share/quen_io/toy_host.cpp" "${options[@]}" \
+    -Wl,-rpath,"$prefix/$libdir" -o "$scratch/toy_host"
+  [[ $("$scratch/toy_host") == "normal form: notes/today.txt"* ]] || fail "The toy host does not run."
+  "$compiler" $standard -Wall -Wextra -Werror -fsyntax-only "${options[@]}" \
+    "$prefix/share/quen_io/runtime_conformance.cpp"
+done
 
 if [ "$(cached QUEN_IO_DRIVER)" = ON ]; then
   echo "== The driver"
