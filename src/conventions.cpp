@@ -32,7 +32,7 @@ bool carriesParentTraversal(void* object, const char* text) {
   return containsParentTraversalSegment(text);
 }
 
-// Two dots are looked for first: hardly a path has any.
+// Searches for two dots first, since few paths contain them.
 bool containsParentTraversalSegment(const char* text) {
   if (text == nullptr) return false;
 

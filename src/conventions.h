@@ -1,5 +1,5 @@
-// What every entry point does alike, said once: the empty path, raising, and the facts that a
-// derived path object carries along. Private to the module.
+// The conventions that all entry points share: the empty path, raising, and the flags that a
+// derived path object inherits. Private to the module.
 #pragma once
 
 #include <string>
@@ -12,8 +12,8 @@ bool isEmpty(const char* text);
 // Makes an IOException pending. A call raises at most once; its entry point returns right after.
 void raiseIOException(const char* message);
 
-// Makes a TypeError pending with the runtime's own words about a Byte[], or with "Expected Byte[]"
-// when it had none.
+// Makes a TypeError pending with the runtime's error text about a Byte[], or with "Expected
+// Byte[]" when it is empty.
 void raiseTypeError(const std::string& words);
 
 // Whether there is a path to work on; false after raising an IOException with the message.
@@ -23,7 +23,7 @@ bool requirePath(const char* text, const char* message);
 // no, the qualified one.
 bool isFolder(void* object);
 
-// Whether a ".." took part in making the object, which may be null, or stands in its text.
+// Whether a ".." took part in making the object, which may be null, or is a segment of its text.
 bool carriesParentTraversal(void* object, const char* text);
 
 // Whether a segment of the text is exactly "..". Slash and backslash both separate segments, on

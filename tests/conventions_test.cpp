@@ -8,10 +8,11 @@
 
 using namespace quen::io;
 using namespace quen::small;
+using namespace quen::tests;
 
 namespace {
 
-using Conventions = quen::tests::BoundaryTest;
+using Conventions = BoundaryTest;
 
 TEST_F(Conventions, ATextIsEmptyWhenItIsNullOrBeginsWithItsEnd) {
   EXPECT_TRUE(isEmpty(nullptr));

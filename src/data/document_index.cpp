@@ -29,7 +29,7 @@ fs::path nextTemporary(const fs::path& target) {
   return temporary;
 }
 
-// Cleans up first: whoever sees the exception finds no temporary left that could be removed.
+// Removes the temporary before raising, so that it is gone when the exception is seen.
 void abandon(const fs::path& temporary, const char* message) {
   std::error_code ignored;
   fs::remove(temporary, ignored);
@@ -54,7 +54,7 @@ void quen_data_internal_DocumentIndexStore__writeAtomic(const char* path, const 
   file.write(content, static_cast<std::streamsize>(std::strlen(content)));
   file.flush();
   const bool written = file.good();
-  file.close();  // Everything was handed over by the flush, so its result says nothing new.
+  file.close();  // Unchecked: the flush has written everything.
   if (!written) return abandon(temporary, "Cannot write temporary document index");
 
   std::error_code error;

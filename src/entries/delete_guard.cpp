@@ -1,8 +1,8 @@
 // Recursive removal, and the guard that refuses it for roots, for the home directories and for any
-// path that spells a parent step.
+// path with a ".." segment.
 //
-// The guard is narrow on purpose: it refuses exact matches only. What lies inside a home directory
-// and what a home directory lies in may be removed.
+// The guard refuses exact matches only, on purpose: what is inside a home directory, and the folder
+// that a home directory is in, may be removed.
 
 #include <algorithm>
 #include <cstdlib>
@@ -41,7 +41,8 @@ void addLocation(Locations& locations, const char* value) {
 }
 
 // Read once, at the first removal that gets this far: later changes of the environment or of the
-// working directory do not change what is protected.
+// working directory do not change what is protected. Quen_runtimeFsPath is called inside the static
+// initialization, so it may not ask the guard.
 const Locations& protectedDeleteLocations() {
   static const Locations locations = [] {
     Locations found;
@@ -54,7 +55,7 @@ const Locations& protectedDeleteLocations() {
 
 }  // namespace
 
-// Without a canonical form the lexical checks are all that stands, and the answer is safe.
+// A path without a canonical form is judged by the lexical checks alone.
 bool Quen_isUnsafeRecursiveDeletePath(const char* path) {
   if (isEmpty(path)) return true;
   if (containsParentTraversalSegment(path)) return true;
@@ -65,6 +66,8 @@ bool Quen_isUnsafeRecursiveDeletePath(const char* path) {
 
   const fs::path candidate = absolute.lexically_normal();
   const fs::path root = candidate.root_path().lexically_normal();
+  // An absolute path has a root on every POSIX host, so the root is not empty; the rule is stated
+  // for hosts where it could be.
   if (root.empty() || candidate == root) return true;
   if (candidate.relative_path().empty()) return true;
   const Locations& locations = protectedDeleteLocations();
@@ -74,7 +77,7 @@ bool Quen_isUnsafeRecursiveDeletePath(const char* path) {
   return !error && contains(locations, canonical);
 }
 
-// The guard is asked with the text as it came: a path object would have lost how it was spelled.
+// The guard is given the text as it came, since a ".." is a matter of spelling.
 void quen_io_FolderPath__removeAllNative(const char* path) {
   if (!requirePath(path, "Path is empty")) return;
   if (Quen_isUnsafeRecursiveDeletePath(path)) {

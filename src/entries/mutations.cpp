@@ -1,7 +1,7 @@
 // Changes to one entry: remove, rename, touch, make directories.
 //
-// Each checks its input, looks where the present state matters, and then changes. What happens in
-// between is not papered over, nothing is undone, and no kind is recorded.
+// Each checks its arguments, reads the status where it matters, and then makes the change. Losing a
+// race in between is an error, nothing is undone, and no kind is recorded.
 
 #include <filesystem>
 #include <fstream>
@@ -16,8 +16,9 @@ using namespace quen::io;
 
 namespace {
 
-// Whether a directory has to be made. If something is there, it is either a directory, which is all
-// that was wanted, or raises.
+// Whether a directory has to be made. An existing directory is success; any other existing entry
+// raises. The status is read twice on purpose, once for existence and once for the kind: an entry
+// that another process removes in between raises, too.
 bool isVacantOrRaise(const fs::path& path) {
   std::error_code error;
   if (!fs::exists(fs::status(path, error))) return true;
@@ -39,8 +40,8 @@ void updateTimeOrRaise(const fs::path& path) {
   if (error) raiseIOException("Cannot update file timestamp");
 }
 
-// Appending leaves alone what somebody else may have written there in the meantime. Closing a
-// stream that did not open marks it as failed, too.
+// Opened to append, so that bytes that another process writes in the meantime are kept. Closing a
+// stream that is not open sets its failbit, so a failure to open shows as well.
 void createFileOrRaise(const fs::path& path) {
   std::ofstream file(path, std::ios::out | std::ios::binary | std::ios::app);
   file.close();
@@ -49,7 +50,7 @@ void createFileOrRaise(const fs::path& path) {
 
 }  // namespace
 
-// Nothing to remove is a failure, too.
+// A missing entry is an error.
 void quen_io_Path_remove(void* self) {
   const char* text = Quen_filePathFromObject(self);
   if (!requirePath(text, "Path is empty")) return;
@@ -93,7 +94,7 @@ void quen_io_FilePath_touch(void* self) {
   createFileOrRaise(path);
 }
 
-// Who comes second when two make the same directory at once is told so.
+// Losing the race against another process that makes the same directory is an error.
 void quen_io_FolderPath__mkdirNative(const char* path) {
   if (!requirePath(path, "Path is empty")) return;
   const fs::path folder = Quen_runtimeFsPath(path);
@@ -104,7 +105,7 @@ void quen_io_FolderPath__mkdirNative(const char* path) {
   if (error || !created) raiseIOException("Cannot create directory");
 }
 
-// Unlike above, a directory that came into being in the meantime is as good as one made here.
+// Unlike above, losing the race is no error: the directory exists.
 void quen_io_FolderPath__mkdirsNative(const char* path) {
   if (!requirePath(path, "Path is empty")) return;
   const fs::path folder = Quen_runtimeFsPath(path);

@@ -1,7 +1,7 @@
 // Questions about one entry: existence, kind, size, time.
 //
-// Existence and the two kinds are the runtime's to answer; link, size and time are asked of the
-// system each time. Whatever cannot be answered is false or 0.
+// The runtime answers existence and the two kinds; link, size and time are read from the file
+// system on each call. A failure gives false or 0.
 
 #include <chrono>
 #include <cstdint>
@@ -39,7 +39,7 @@ bool quen_io_FileInputStream__isRegularPath(const char* path) {
          Quen_pathEntryKind(Quen_runtimeFsPath(path)) == QuenPathEntryKind::kRegularFile;
 }
 
-// Asks for the size at once: it fails by itself for what is not a regular file.
+// fs::file_size fails by itself for anything but a regular file, so no status is read first.
 std::int64_t quen_io_FileInputStream__sizePath(const char* path) {
   return isEmpty(path) ? 0 : sizeOrZero(Quen_runtimeFsPath(path));
 }
@@ -57,7 +57,7 @@ bool quen_io_Path__isRegular(void* self) { return isOfKind(self, QuenPathEntryKi
 
 bool quen_io_Path__isDirectory(void* self) { return isOfKind(self, QuenPathEntryKind::kDirectory); }
 
-// The entry itself is asked, so a dangling link is still a link.
+// symlink_status does not follow the link, so a dangling link is a link, too.
 bool quen_io_Path__isSymlink(void* self) {
   const char* text = Quen_filePathFromObject(self);
   if (isEmpty(text)) return false;
@@ -76,8 +76,8 @@ std::int64_t quen_io_Path__size(void* self) {
   return fs::is_regular_file(fs::status(path, error)) ? sizeOrZero(path) : 0;
 }
 
-// The file clock is brought to the system clock through their present readings, the system's taken
-// first, so the result can fall short by the moment between the two and is never ahead.
+// Converts from the file clock to the system clock by the current readings of both. The system
+// clock is read first, so the result can be early by the time between the two readings, never late.
 std::int64_t quen_io_Path__lastModified(void* self) {
   const char* text = Quen_filePathFromObject(self);
   if (isEmpty(text)) return 0;

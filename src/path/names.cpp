@@ -1,5 +1,6 @@
 // The small accessors of a path: its last name, the extension of that name, the kind of the entry
-// as a word, and the roots of the file system. What is absent is the empty String, never null.
+// as a word, and the roots of the file system. A missing name or extension is the empty String,
+// never null.
 
 #include <filesystem>
 #include <iterator>
@@ -24,8 +25,8 @@ const char* kindWord(QuenPathEntryKind kind) {
 
 }  // namespace
 
-// A path that ends in a separator has no last name, which is still the runtime's to spell. Any
-// other holds its last name already, and lends it.
+// A path that ends in a separator has an empty file name, for which the runtime is called as well.
+// In any other path the file name is the last element, which saves the copy that filename() makes.
 void* quen_io_Path__pathName(const char* path) {
   if (isEmpty(path)) return Quen_allocString("");
 

@@ -1,4 +1,5 @@
-// The lexical normal form, found on the text of a path.
+// The lexical normal form, computed on the text of a path without a std::filesystem::path per
+// element.
 
 #include "path/normal_form.h"
 
@@ -18,8 +19,8 @@ bool isOnlySeparators(std::string_view text) {
   return text.find_first_not_of(kSeparator) == std::string_view::npos;
 }
 
-// Takes the first element off a text, and the separator behind it. The element is empty where two
-// separators meet, at the beginning of an absolute path, and behind the last separator.
+// Removes the first element and the separator after it from a text, and returns the element. It is
+// empty between two adjacent separators, before the first of an absolute path, and after the last.
 std::string_view takeElement(std::string_view& text) {
   const std::size_t end = text.find(kSeparator);
   const std::string_view element = text.substr(0, end);
@@ -27,9 +28,9 @@ std::string_view takeElement(std::string_view& text) {
   return element;
 }
 
-// Hardly a path has an element that begins with a dot, or separators that meet. What has neither is
-// normal. The loop has no branch, so that compilers look at many bytes at once.
-bool isNormalAtFirstSight(std::string_view text) {
+// A path without an element that begins with a dot and without adjacent separators is normal, and
+// most are. The loop has no branch, so that compilers vectorize it.
+bool isClearlyNormal(std::string_view text) {
   unsigned char doubtful = text.starts_with('.') ? 1 : 0;
   for (std::size_t i = 1; i < text.size(); ++i) {
     const unsigned char begins = text[i - 1] == kSeparator ? 1 : 0;
@@ -48,8 +49,8 @@ std::string normalText(std::string_view text) {
   std::string normal(text.size() + 1, kSeparator);
   std::size_t end = absolute ? 1 : 0;
 
-  // Every element brings a separator. A parent step takes the name before it away, when there is
-  // one behind what has to stay: the root, or the parent steps that a relative path begins with.
+  // A separator is written after every element. A ".." removes the name before it, if there is one
+  // after what must stay: the root, or the ".." elements that a relative path begins with.
   std::size_t kept = end;
   bool endsInName = false;
   for (std::string_view rest = text; !rest.empty();) {
@@ -75,10 +76,10 @@ std::string normalText(std::string_view text) {
 
 }  // namespace
 
-// A "." is normal only when it is the whole path, and a ".." only at the beginning of a relative
-// one, without a separator behind the last.
+// A "." is normal only as the whole path, and a ".." only at the beginning of a relative path,
+// where the last element may not be a ".." with a separator after it.
 bool hasNormalElements(std::string_view text) {
-  if (isNormalAtFirstSight(text) || text == ".") return true;
+  if (isClearlyNormal(text) || text == ".") return true;
 
   bool parentStepIsNormal = !text.starts_with(kSeparator);
   std::string_view last;
@@ -93,7 +94,7 @@ bool hasNormalElements(std::string_view text) {
 }
 
 fs::path normalForm(fs::path path) {
-  if (isNormalAtFirstSight(path.native())) return path;
+  if (isClearlyNormal(path.native())) return path;
 
   std::string normal = normalText(path.native());
   if (normal == path.native()) return path;

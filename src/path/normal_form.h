@@ -1,6 +1,6 @@
-// The lexical normal form, found on the text of a path. Taking a path apart and putting another
-// together is most of what the standard library spends on it, so a path that is normal already is
-// passed on, and any other is put together once. Private to path/.
+// The lexical normal form, computed on the text of a path. path::lexically_normal spends most of
+// its time on splitting one path into elements and joining another, so a path that is normal
+// already is returned as it is, and any other is built once. Private to path/.
 #pragma once
 
 #include <filesystem>

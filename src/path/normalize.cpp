@@ -1,5 +1,5 @@
 // The lexical core of Path: current directory, normal form, absolute form, parent and the two
-// predicates. Only the current directory is asked of the system.
+// predicates. The only system call is the one that reads the current directory.
 //
 // The parent-traversal flag comes from the receiver and never from the result: "a/../b" normalizes
 // to "b" and still carries it.
@@ -21,7 +21,7 @@ using namespace quen::io;
 
 namespace {
 
-// What stands before the last element and its separators; the root when nothing else does.
+// The text before the last element and its separators, or the root if that is all there is.
 std::string_view parentText(std::string_view text) {
   const std::size_t separator = text.find_last_of('/');
   if (separator == std::string_view::npos) return {};
@@ -45,7 +45,7 @@ void* __quen_propget_quen_io_Path_cwd() {
   return Quen_allocTypedPathObjectFromPath(current, false, false, false);
 }
 
-// Unlike the property, the directory stays as the system spells it.
+// Unlike the property, does not normalize what the system returns.
 void* quen_io_Path__cwdPath() {
   std::error_code error;
   const fs::path current = fs::current_path(error);
@@ -70,8 +70,8 @@ void* quen_io_Path__normalizePath(const char* path) {
   return Quen_allocPathString(normalForm(Quen_runtimeFsPath(path)), windowsRoot);
 }
 
-// Without an absolute form the method goes on with the path as given, where the native member hands
-// its text back untouched.
+// If the absolute form cannot be computed, the method continues with the path as given, and the
+// native member returns its text unchanged.
 void* quen_io_Path_toAbsolute(void* self) {
   const char* text = Quen_filePathFromObject(self);
   const bool folder = isFolder(self);

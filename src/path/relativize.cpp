@@ -1,8 +1,8 @@
-// The path that leads from a base to a target. The file system is asked first, through the weakly
-// canonical forms; only when it cannot be asked, the texts alone decide.
+// The path that leads from a base to a target, between their weakly canonical forms, for which the
+// file system is read. If that fails, the texts alone decide.
 //
-// The two forms share the question and differ in what they do without an answer: the method wraps
-// the target's normal form, the native member hands its plain text out.
+// The two differ in the last fallback, the target's normal form: the method makes a path object of
+// it, the native member a String of its bytes without asking the runtime for the visible text.
 
 #include <filesystem>
 #include <system_error>
@@ -14,7 +14,7 @@
 namespace fs = std::filesystem;
 using namespace quen::io;
 
-// An answer is used as it is, even an empty one: the fallbacks are for errors.
+// An empty result without an error is used as it is: the fallbacks are for errors.
 void* quen_io_Path_relativize(void* self, void* base) {
   if (base == nullptr) return self;
   const char* targetText = Quen_filePathFromObject(self);

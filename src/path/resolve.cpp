@@ -1,8 +1,8 @@
-// Joining a second path onto a first: one with a root directory replaces it, any other is appended,
-// and the result is brought to normal form.
+// Joins a second path onto a first: a second path with a root directory replaces the first, any
+// other is appended, and the result is normalized.
 //
-// The method takes a path object or a path text as operand and finds out which it was given.
-// Whether the result is a folder is decided by the operand's text alone.
+// The method takes either a path object or a raw path text as its operand. Only the text of the
+// operand decides whether the result is a folder.
 
 #include <filesystem>
 #include <string>
@@ -19,8 +19,8 @@ using namespace quen::io;
 
 namespace {
 
-// Appending puts a separator behind a base that ends in a name, even when nothing follows it. A
-// root that is spelled with several separators is kept by the library, for which there is no text.
+// Does on the texts what operator/ of fs::path does: a base that ends in a name gets a separator,
+// even if the operand is empty. A base that begins with "//" is left to the library.
 fs::path join(const fs::path& base, const fs::path& operand) {
   if (operand.has_root_directory()) return normalForm(operand);
   if (base.native().starts_with("//")) return (base / operand).lexically_normal();
@@ -39,7 +39,7 @@ bool haveExplicitWindowsRoot(const char* base, const char* operand) {
 
 bool endsInSeparator(std::string_view text) { return text.ends_with('/') || text.ends_with('\\'); }
 
-// A replaced receiver takes its parent traversal with it.
+// The parent traversal of a receiver that is replaced does not count.
 void* quen_io_Path_resolve_string_impl(void* self, const char* operandText, bool operandTraversal) {
   if (self == nullptr) return nullptr;
   if (operandText == nullptr) return self;
@@ -58,7 +58,7 @@ void* quen_io_Path_resolve_string_impl(void* self, const char* operandText, bool
 
 }  // namespace
 
-// An object without a path is joined as the empty text; a null text is no operand at all.
+// An object without a path text counts as the empty text; a null operand returns the receiver.
 void* quen_io_Path_resolve(void* self, void* operand) {
   if (!hasObjectMagic(operand)) {
     return quen_io_Path_resolve_string_impl(self, static_cast<const char*>(operand), false);
@@ -68,8 +68,8 @@ void* quen_io_Path_resolve(void* self, void* operand) {
   return quen_io_Path_resolve_string_impl(self, text == nullptr ? "" : text, parentTraversal);
 }
 
-// Unlike the method, which appends it, the native member leaves the base alone for an empty
-// operand.
+// With an empty operand, the native member returns the base unchanged, whereas the method appends
+// the operand.
 void* quen_io_Path__resolvePath(const char* base, const char* operand) {
   if (isEmpty(base)) return Quen_allocString(operand == nullptr ? "" : operand);
   if (isEmpty(operand)) return Quen_allocString(base);

@@ -1,6 +1,5 @@
-// The static library in a program of its own: linked with the small runtime, it works, and
-// exceptions of the standard library are still caught inside it. Says what went wrong and exits
-// with 1.
+// Links the static library with the small runtime, and checks that it works and that C++ exceptions
+// are still caught inside it. Prints what failed and exits with 1.
 
 #include <iostream>
 #include <string>
@@ -27,7 +26,7 @@ int main() {
   all &= holds(small::pathText(normal) == "x/z/", "x/./y/../z/ normalizes to x/z/");
   all &= holds(small::hasParentTraversal(normal), "and carries its parent traversal");
 
-  // Reading a directory throws inside the stream.
+  // A C++ exception inside the module must be caught there: reading a directory fails.
   void* text = quen_io_FileReader__readAllTextPath("/");
   all &= holds(small::stringBytes(text).empty(), "a directory has no text");
   all &= holds(!small::takeException(), "and nothing is raised for it");

@@ -21,11 +21,7 @@ using namespace quen::tests;
 
 namespace {
 
-using Exists = BoundaryTest;
-using LastModified = BoundaryTest;
-using AnyQuery = BoundaryTest;
-
-// What all queries say about one path; each pair of method and getter has to agree.
+// The answers of all queries about one path; each method has to agree with its getter.
 struct Answers {
   bool exists = false;
   bool regular = false;
@@ -129,6 +125,8 @@ TEST_F(Queries, AnswerNothingBehindAFolderThatMayNotBeSearched) {
   fs::permissions(scratch / "closed", fs::perms::owner_all);
 }
 
+using AnyQuery = BoundaryTest;
+
 TEST_F(AnyQuery, OfAnEmptyPathIsNeutral) {
   EXPECT_EQ(ask(""), (Answers{}));
   EXPECT_EQ(quen_io_Path__lastModified(newPath("")), 0);
@@ -159,6 +157,8 @@ TEST_F(AnyQuery, OfANullReceiverIsNeutralButForExists) {
   EXPECT_EQ(__quen_propget_quen_io_Path_lastModified(nullptr), 0);
 }
 
+using Exists = BoundaryTest;
+
 TEST_F(Exists, RaisesForANullReceiver) {
   for (const auto exists : {quen_io_Path__exists, __quen_propget_quen_io_Path_exists}) {
     EXPECT_FALSE(exists(nullptr));
@@ -169,14 +169,17 @@ TEST_F(Exists, RaisesForANullReceiver) {
 struct Time {
   std::int64_t seconds;
   std::int64_t nanoseconds;
-  std::int64_t milliseconds;  // cut off towards 1970
+  std::int64_t milliseconds;  // truncated towards zero
 };
 
-// The moment between two readings of the clock may cost the last millisecond, and nothing else.
+// Converting from the file clock reads two clocks, one after the other, which may cost a
+// millisecond.
 void expectTime(const Time& time, std::int64_t answer) {
   EXPECT_LE(answer, time.milliseconds);
   EXPECT_GE(answer, time.milliseconds - 1);
 }
+
+using LastModified = BoundaryTest;
 
 TEST_F(LastModified, IsInMillisecondsSince1970CutOffAndNeverRoundedUp) {
   const fs::path file = scratch.file("file");
@@ -197,7 +200,7 @@ TEST_F(LastModified, IsInMillisecondsSince1970CutOffAndNeverRoundedUp) {
   }
 }
 
-// -1.5 ms is cut to -1, not taken down to -2.
+// -1.5 ms is truncated to -1, not rounded down to -2.
 TEST_F(LastModified, BeforeThatIsNegativeAndCutOffTowardsIt) {
   const fs::path file = scratch.file("file");
   const timespec stamps[2] = {{0, 0}, {-1, 998'500'000}};

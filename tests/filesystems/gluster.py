@@ -1,23 +1,23 @@
 #!/usr/bin/python3 -B
-"""Tries the module on a distributed file system: GlusterFS, with three replicas of everything.
+"""Tests the module on a distributed file system: a GlusterFS volume with three replicas.
 
     tests/filesystems/gluster.py [--build FOLDER] [tests publish prompt write outage]
 
-tests    the tests at the boundary, and an index of a tree that was copied there
-publish  1,000 publications of one index, read meanwhile by the same client and by another, while one
-         of the three bricks is lost
-prompt   the same by clients that ask before they rely on what they remember of a name or a file
-write    numbered lines through a writer that stays open, while one of the three bricks is lost
-outage   the same while two are lost, which is one too many: it is raised, and what was flushed before is
-         there when they are back. The client writes at once here; one that does not, as by default,
-         may lose what was flushed.
+tests    the boundary tests, and an index of a tree copied onto the volume
+publish  1,000 publications of one index, read at the same time by the same client and by another one,
+         while one of the three bricks is killed
+prompt   the same with clients that revalidate their caches before each use
+write    numbered lines through a writer that stays open, while one of the three bricks is killed
+outage   the same while two bricks are killed, so that the quorum is lost: writing raises, and flushed
+         lines are present when the bricks are back. Write-behind is off here; with it, which is the
+         default, flushed lines may be lost.
 
-A client that relies on what it remembers may open the version that was just replaced, and the system
-then fails to read it: the reader gets what came before that, and no exception. How often it did is
-printed; to `prompt` it is a fault. To open neither version, which raises, is none.
+A client with stale cached metadata may open the version that was just replaced, and reading it then
+fails (ESTALE): the reader returns the text before the failure, without an exception. The number of such
+reads is printed; in `prompt` they are failures. Failing to open a version, which raises, is allowed.
 
-Needs root, and installs what it needs. Daemons, network and mounts are in namespaces of their own and
-end with them. Where these or FUSE are not to be had, it says "skipped" and why, and exits 0.
+Needs root, and installs its packages. Daemons, network and mounts live in their own namespaces and end
+with them. If namespaces or FUSE are not available, it prints "skipped" with the reason and exits 0.
 """
 
 import argparse
@@ -37,14 +37,16 @@ from run import BUILD, ROOT, run, test_in
 
 NAMESPACES = ["unshare", "--net", "--mount", "--pid", "--fork", "--mount-proc"]
 STATE = ["/var/lib/glusterd", "/var/log/glusterfs", "/run"]
-ADDRESS = "10.11.12.1"  # on the loopback device, but no loopback address: gluster turns those down
+ADDRESS = "10.11.12.1"  # on the loopback device, because gluster rejects addresses in 127.0.0.0/8
 VERSIONS = 1_000
 LINES = 500_050
-SECONDS = 60  # until what was published must be seen everywhere
+SECONDS = 60  # until a publication has to be visible everywhere
 
-# What of a volume is turned off for a part of this, and with which options it is mounted.
-OFF = {"prompt": ["performance.open-behind", "performance.quick-read", "performance.stat-prefetch"],
-       "outage": ["performance.write-behind"]}
+# The volume options that a part turns off, and its mount options.
+OFF = {
+    "prompt": ["performance.open-behind", "performance.quick-read", "performance.stat-prefetch"],
+    "outage": ["performance.write-behind"],
+}
 MOUNT = {"prompt": ["-o", "attribute-timeout=0,entry-timeout=0"]}
 
 
@@ -55,7 +57,7 @@ def checked(*command):
 
 
 class Volume:
-    """Three bricks, each with a process of its own, and the clients that mount them as one."""
+    """A volume of three bricks, each with a server process, and the clients that mount it."""
 
     def __init__(self, name, folder):
         self.name, self.folder, self.clients = name, folder / name, 0
@@ -71,7 +73,7 @@ class Volume:
         checked("gluster", "--mode=script", "volume", command, self.name, *options)
 
     def mount(self):
-        """The volume as a client of its own sees it, which remembers nothing."""
+        """Mounts the volume with a new client, whose caches are empty."""
         self.clients += 1
         target = self.folder / f"client{self.clients}"
         target.mkdir()
@@ -82,19 +84,19 @@ class Volume:
     def lose(self, count):
         """Returns when they are gone: daemons belong to the first process here, which is this one."""
         for brick in self.bricks[:count]:
-            file, = pathlib.Path("/run/gluster/vols", self.name).glob(f"*-{brick.name}.pid")
+            (file,) = pathlib.Path("/run/gluster/vols", self.name).glob(f"*-{brick.name}.pid")
             process = int(file.read_text())
             os.kill(process, signal.SIGKILL)
             os.waitpid(process, 0)
 
 
 def told(lines):
-    """What stream.cpp told, as pairs of a number and what was wrong."""
+    """The output of stream.cpp, as pairs of a number and an error."""
     return [(int(number), wrong) for number, wrong in (line.rstrip("\n").split(" ", 1) for line in lines)]
 
 
 def losing(bricks, volume, *command):
-    """What the command told, in the middle of which the volume lost so many bricks."""
+    """The output of the command, in the middle of which the given number of bricks is killed."""
     count, pairs, lost = int(command[-1]), [], False
     with subprocess.Popen([str(word) for word in command], stdout=subprocess.PIPE, text=True) as process:
         for line in process.stdout:
@@ -114,7 +116,7 @@ def reading(stream, file, log):
         reader = subprocess.Popen([stream, "read", file, str(VERSIONS)], stdout=output)
     try:
         yield
-        with contextlib.suppress(subprocess.TimeoutExpired):  # the log tells
+        with contextlib.suppress(subprocess.TimeoutExpired):  # the log has the details
             reader.wait(SECONDS)
     finally:
         reader.kill()
@@ -122,17 +124,22 @@ def reading(stream, file, log):
 
 
 def reading_faults(who, log, expected):
-    """Prints what a reader came upon, and gives what it should not have."""
+    """Prints the errors of a reader, and returns the unexpected ones."""
     with open(log) as lines:
         readings = told(lines)
     whole = [number for number, wrong in readings if not wrong]
     wrong = collections.Counter(wrong for _, wrong in readings if wrong)
-    print(f"    {who}: {len(whole)} whole readings of {len(set(whole))} versions",
-          *(f"{count} {words}" for words, count in wrong.items()), sep=", ")
+    print(
+        f"    {who}: {len(whole)} whole readings of {len(set(whole))} versions",
+        *(f"{count} {words}" for words, count in wrong.items()),
+        sep=", ",
+    )
     if VERSIONS not in whole:
         yield f"{who} did not see the last version"
     yield from (f"{who}: {words}" for words in wrong.keys() - expected)
-    yield from (f"{who} read {later} after {sooner}" for sooner, later in itertools.pairwise(whole) if later < sooner)
+    yield from (
+        f"{who} read {later} after {sooner}" for sooner, later in itertools.pairwise(whole) if later < sooner
+    )
 
 
 def try_tests(folder, build, name):
@@ -149,8 +156,9 @@ def try_publish(folder, build, name):
     stream = build / "tests/filesystems/quen_io_stream"
     logs = {"the same client": folder / "here", "another client": folder / "elsewhere"}
     checked(stream, "publish", here / "index", 1)
-    with (reading(stream, here / "index", logs["the same client"]),
-          reading(stream, elsewhere / "index", logs["another client"])):
+    with reading(stream, here / "index", logs["the same client"]), reading(
+        stream, elsewhere / "index", logs["another client"]
+    ):
         published = losing(1, volume, stream, "publish", here / "index", VERSIONS)
 
     print(f"{name:8} {sum(not wrong for _, wrong in published)} of {VERSIONS} versions published")
@@ -168,8 +176,14 @@ def try_publish(folder, build, name):
 
 def try_write(folder, build, name):
     volume, outage = Volume(name, folder), name == "outage"
-    flushed = losing(2 if outage else 1, volume, build / "tests/filesystems/quen_io_stream", "write",
-                     volume.mount() / "lines", LINES)
+    flushed = losing(
+        2 if outage else 1,
+        volume,
+        build / "tests/filesystems/quen_io_stream",
+        "write",
+        volume.mount() / "lines",
+        LINES,
+    )
     if outage:
         volume.manage("start", "force")
 
@@ -189,12 +203,17 @@ def holds(faults):
     return not faults
 
 
-PARTS = {"tests": try_tests, "publish": try_publish, "prompt": try_publish, "write": try_write,
-         "outage": try_write}
+PARTS = {
+    "tests": try_tests,
+    "publish": try_publish,
+    "prompt": try_publish,
+    "write": try_write,
+    "outage": try_write,
+}
 
 
 def try_inside(folder, parts, build):
-    """In the namespaces, as the process that all others end with."""
+    """Runs as the init process of the PID namespace, with which all others end."""
     for state in STATE:
         pathlib.Path(state).mkdir(exist_ok=True)
         checked("mount", "-t", "tmpfs", "tmpfs", state)
@@ -213,7 +232,7 @@ def end_with_standard_input():
 
 
 def obstacle(folder):
-    """Why it cannot be done here; empty when it can."""
+    """Why this cannot run here; empty if it can."""
     if os.geteuid() != 0:
         return "only root may mount"
     try:
@@ -225,7 +244,7 @@ def obstacle(folder):
 
 
 def main():
-    parser = argparse.ArgumentParser(description="Tries the module on GlusterFS.")
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
     parser.add_argument("parts", nargs="*", metavar="PART", help=", ".join(PARTS))
     parser.add_argument("--build", type=pathlib.Path, default=BUILD)
     parser.add_argument("--inside", type=pathlib.Path, help=argparse.SUPPRESS)
@@ -240,16 +259,31 @@ def main():
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: sys.exit(1))
     with tempfile.TemporaryDirectory(prefix="quen-io-gluster-") as base:
-        os.chmod(base, 0o755)  # some tests give all rights up
+        os.chmod(base, 0o755)  # some tests drop their privileges
         reason = obstacle(base)
         if reason:
             print(f"skipped: {reason}")
             return 0
-        subprocess.run(["bash", "-c", "source scripts/setup.sh; require_packages glusterfs-server iproute2"],
-                       cwd=ROOT, check=True)
-        with subprocess.Popen([*NAMESPACES, sys.executable, "-B", __file__, "--inside", base,
-                               "--build", given.build.resolve(), *parts],
-                              stdin=subprocess.PIPE, start_new_session=True) as inside:
+        subprocess.run(
+            ["bash", "-c", "source scripts/setup.sh; require_packages glusterfs-server iproute2"],
+            cwd=ROOT,
+            check=True,
+        )
+        with subprocess.Popen(
+            [
+                *NAMESPACES,
+                sys.executable,
+                "-B",
+                __file__,
+                "--inside",
+                base,
+                "--build",
+                given.build.resolve(),
+                *parts,
+            ],
+            stdin=subprocess.PIPE,
+            start_new_session=True,
+        ) as inside:
             return inside.wait()
 
 

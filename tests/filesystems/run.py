@@ -1,13 +1,13 @@
 #!/usr/bin/python3
-"""Runs the tests at the boundary and the folder index on real file systems, each in an image of its own.
+"""Runs the boundary tests and the folder index on real file systems, each in an image file.
 
     tests/filesystems/run.py [ext4 xfs btrfs tmpfs overlay]
 
-Needs root, to mount. Installs what makes the file systems. A file system that cannot be mounted here is
-skipped in so many words; a test that fails on one is named, and is a difference that the documents
-explain or a fault.
+Needs root for mounting. Installs the mkfs programs. A file system that cannot be mounted is reported as
+skipped; each test that fails is named: it is a bug, or a difference that docs/ explains.
 """
 
+import argparse
 import contextlib
 import os
 import pathlib
@@ -18,7 +18,7 @@ import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = ROOT / "build/release"
-IMAGE_SIZE = "1200M"  # less is too little for some of them
+IMAGE_SIZE = "1200M"  # the minimum for xfs and btrfs with the tests' data
 MAKE = {"ext4": ["mkfs.ext4", "-q"], "xfs": ["mkfs.xfs", "-q"], "btrfs": ["mkfs.btrfs", "-q"]}
 
 
@@ -32,7 +32,7 @@ def run(*command, **more):
 
 @contextlib.contextmanager
 def mounted(kind, folder):
-    """The kind of file system, empty, at a folder of its own."""
+    """Mounts an empty file system of this kind at a folder."""
     target = folder / kind
     target.mkdir()
     if kind == "tmpfs":
@@ -62,8 +62,8 @@ def mounted(kind, folder):
 def test_on(kind):
     with tempfile.TemporaryDirectory(prefix="quen-io-filesystems-") as base:
         folder = pathlib.Path(base)
-        folder.chmod(0o755)  # some tests give all rights up
-        if kind == "overlay":  # lies on a file system in memory, as containers have it
+        folder.chmod(0o755)  # some tests drop their privileges
+        if kind == "overlay":  # upper layer on tmpfs, as in containers
             run("mount", "-t", "tmpfs", "tmpfs", folder, check=True)
         try:
             with mounted(kind, folder) as target:
@@ -74,29 +74,45 @@ def test_on(kind):
 
 
 def test_in(target, kind, build, *trees):
-    """One line of the table: how many tests passed, and the names of those that did not."""
+    """One line of the table: the number of tests that passed, and the names of those that failed."""
     environment = os.environ | {"TMPDIR": str(target)}
     tests = run(build / "tests/quen_io_tests", "--gtest_brief=1", env=environment, cwd=target)
     failed = sorted(set(re.findall(r"^\[  FAILED  \] ([\w/.]+)", tests.stdout, re.MULTILINE)))
     passed = re.findall(r"^\[  PASSED  \] (\d+) tests", tests.stdout, re.MULTILINE)
-    index = run("python3", ROOT / "tests/driver/index_agreement_test.py", *trees, cwd=target,
-                env=environment | {"QUEN_IO_DRIVER": str(build / "driver/quen-io")})
+    index = run(
+        "python3",
+        ROOT / "tests/driver/index_agreement_test.py",
+        *trees,
+        cwd=target,
+        env=environment | {"QUEN_IO_DRIVER": str(build / "driver/quen-io")},
+    )
     agrees = index.returncode == 0
-    print(f"{kind:8} {passed[-1] if passed else 0:>5} passed {len(failed):>3} failed   "
-          f"index {'agrees' if agrees else 'differs'}", *failed, sep="\n    ", flush=True)
+    print(
+        f"{kind:8} {passed[-1] if passed else 0:>5} passed {len(failed):>3} failed   "
+        f"index {'agrees' if agrees else 'differs'}",
+        *failed,
+        sep="\n    ",
+        flush=True,
+    )
     if not agrees:
         print(index.stdout + index.stderr)
     return not failed and agrees and bool(passed)
 
 
 def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
+    parser.add_argument("kinds", nargs="*", default=["ext4", "xfs", "btrfs", "tmpfs", "overlay"])
+    options = parser.parse_args()
     if os.geteuid() != 0:
         print("skipped: only root may mount")
         return 77
-    subprocess.run(["bash", "-c", "source scripts/setup.sh; require_packages xfsprogs btrfs-progs e2fsprogs"],
-                   cwd=ROOT, check=True)
+    subprocess.run(
+        ["bash", "-c", "source scripts/setup.sh; require_packages xfsprogs btrfs-progs e2fsprogs"],
+        cwd=ROOT,
+        check=True,
+    )
     held = True
-    for kind in sys.argv[1:] or ["ext4", "xfs", "btrfs", "tmpfs", "overlay"]:
+    for kind in options.kinds:
         try:
             held &= test_on(kind)
         except CannotMount as reason:

@@ -1,11 +1,12 @@
-// Writes what tells whether it is whole, and reads it, while a file system loses parts of itself:
+// Writes data whose integrity can be checked, and reads it, while a distributed file system loses
+// bricks:
 //
 //   quen_io_stream publish FILE COUNT   publishes the versions 1 to COUNT of an index
 //   quen_io_stream read FILE COUNT      reads the index, until it is version COUNT
 //   quen_io_stream write FILE COUNT     writes the lines 1 to COUNT through a handle
 //
-// Prints what came of each publication and each reading, with the number of the version, and of
-// each flush, with that of the line before it: behind the number nothing, or what was wrong.
+// Prints a line for each publication and each read, with the number of the version, and for each
+// flush, with the number of the last line; an error follows the number.
 
 #include <cstdint>
 #include <cstdlib>
@@ -19,7 +20,7 @@ using namespace quen::small;
 
 namespace {
 
-// Not of one length, and more than a file system hands over in one piece.
+// Versions differ in length, and are larger than one request of the file system.
 std::string version(int number) {
   const std::string name = std::to_string(number);
   const int lines = 20'000 + number % 10 * 1'000;
@@ -28,7 +29,7 @@ std::string version(int number) {
   return text;
 }
 
-// What was raised since the last number comes before anything else that was wrong.
+// A raised exception takes precedence over other errors.
 void tell(int number, const std::string& wrong = "") {
   const auto raised = takeException();
   std::cout << number << ' ' << (raised ? raised->className + ": " + raised->message : wrong)
@@ -57,7 +58,7 @@ void read(const char* file, int count) {
   }
 }
 
-// The lines after the last flush are handed over by the close.
+// The close writes the lines after the last flush.
 void write(const char* file, int count) {
   constexpr int kLinesAFlush = 100;
   const std::int64_t handle = quen_io_FileWriter__openPath(file, 0);

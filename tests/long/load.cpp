@@ -1,10 +1,9 @@
-// A mixed load over all entry points that touch the disk, and over paths, for so many seconds:
+// A mixed load of path operations and all entry points that access the disk, for the given time:
 //
 //   quen_io_load SECONDS
 //
-// Prints a line a second, as CSV: seconds, calls in that second, resident KiB, open descriptors,
-// live objects. Exits 1 when something was raised that nobody expected, or when memory or
-// descriptors grew.
+// Prints a CSV line per second: second, calls in that second, resident KiB, open descriptors, live
+// objects. Exits 1 after an unexpected exception, or if memory or descriptors grew.
 
 #include <unistd.h>
 
@@ -29,7 +28,7 @@ namespace {
 
 constexpr int kThreads = 2;
 
-// Growth that is not the first filling of caches: more than this, from a quarter of the time on.
+// Growth after a quarter of the time, when caches are filled, that counts as a leak.
 constexpr std::int64_t kMostGrownKib = 8 * 1024;
 
 struct Sample {
@@ -47,7 +46,7 @@ void expectRaised(bool expected) {
   if (takeException().has_value() != expected) ++gUnexpected;
 }
 
-// Every kind of entry point once, with and without a failure.
+// Each kind of entry point once, with success and with failure.
 void round(const fs::path& folder, int number) {
   const Scope scope;
   const std::string file = folder / "file";

@@ -1,4 +1,4 @@
-// The lexical operations on many generated texts, against what the standard library's path gives.
+// The lexical operations on random texts, compared with std::filesystem::path.
 
 #include <gtest/gtest.h>
 
@@ -17,27 +17,25 @@
 
 namespace fs = std::filesystem;
 namespace small = quen::small;
+using namespace quen::tests;
 
 namespace {
 
-using quen::tests::Seen;
-using quen::tests::seen;
+// For each of the tests in this file.
+constexpr std::size_t kTexts = generatedInputs(250'000);
 
-// For each of the five tests, which makes a million and a quarter on every run.
-constexpr std::size_t kTexts = quen::tests::generatedInputs(250'000);
-
-// Few letters and many dots, so that "." and ".." come up often.
+// Few letters and many dots make "." and ".." frequent.
 constexpr std::string_view kAlphabet = "ab..../\\/";
 constexpr std::size_t kLongest = 24;
 
-// Found in another way than the module does.
+// A reference that is not implemented like the one in the module.
 bool hasParentSegment(std::string text) {
   std::replace(text.begin(), text.end(), '\\', '/');
   return ("/" + text + "/").find("/../") != std::string::npos;
 }
 
-// A path object of some class, with or without the sticky flag.
-struct Given {
+// A random path object: a folder or not, with or without the sticky parent-traversal flag.
+struct RandomPath {
   std::string text;
   bool folder;
   bool sticky;
@@ -48,43 +46,43 @@ struct Given {
   bool traversal() const { return sticky || hasParentSegment(text); }
 };
 
-class GeneratedPaths : public quen::tests::BoundaryTest {
+class GeneratedPaths : public BoundaryTest {
  protected:
-  // Hands the body one path after the other, until one fails.
+  // Calls the body with random paths until it fails.
   template <typename Body>
   void forEachPath(Body body) {
     for (std::size_t i = 0; i < kTexts; ++i) {
       const small::Scope objectsOfThisPath;
-      const Given path = generate();
+      const RandomPath path = generate();
       body(path);
       if (HasFailure()) {
-        FAIL() << generator.describe() << "\n  path " << i << ": " << seen(path.object);
+        FAIL() << generator.describe() << "\n  path " << i << ": " << stateOf(path.object);
       }
     }
   }
 
-  Given generate() {
+  RandomPath generate() {
     const std::string text = generator.text(kAlphabet, kLongest);
     const bool folder = generator.coin();
     const bool sticky = generator.below(4) == 0;
     return {text, folder, sticky, Quen_allocTypedPathObjectFromPath(text, !folder, false, sticky)};
   }
 
-  quen::tests::Generator generator;
+  Generator generator;
 };
 
 TEST_F(GeneratedPaths, NormalizeAsTheStandardLibraryDoes) {
-  forEachPath([](const Given& path) {
+  forEachPath([](const RandomPath& path) {
     const fs::path normal = path.path().lexically_normal();
 
-    EXPECT_EQ(seen(quen_io_Path_normalize(path.object)),
-              (Seen{normal, path.folder, path.traversal()}));
+    EXPECT_EQ(stateOf(quen_io_Path_normalize(path.object)),
+              (PathState{normal, path.folder, path.traversal()}));
     EXPECT_EQ(text(quen_io_Path__normalizePath(path.chars())), normal);
   });
 }
 
 TEST_F(GeneratedPaths, AreAbsoluteAndNormalizedAsTheStandardLibraryHasIt) {
-  forEachPath([](const Given& path) {
+  forEachPath([](const RandomPath& path) {
     const bool absolute = path.path().has_root_directory();
     const bool normalized =
         !path.text.empty() && path.path().compare(path.path().lexically_normal()) == 0;
@@ -97,17 +95,17 @@ TEST_F(GeneratedPaths, AreAbsoluteAndNormalizedAsTheStandardLibraryHasIt) {
 }
 
 TEST_F(GeneratedPaths, HaveTheParentThatTheStandardLibraryFinds) {
-  forEachPath([](const Given& path) {
+  forEachPath([](const RandomPath& path) {
     const fs::path parent = path.path().parent_path().lexically_normal();
 
-    EXPECT_EQ(seen(quen_io_Path_parent(path.object)),
-              parent.empty() ? Seen{} : (Seen{parent, true, path.traversal()}));
+    EXPECT_EQ(stateOf(quen_io_Path_parent(path.object)),
+              parent.empty() ? PathState{} : (PathState{parent, true, path.traversal()}));
     EXPECT_EQ(text(quen_io_Path__parentPath(path.chars())), parent);
   });
 }
 
 TEST_F(GeneratedPaths, HaveTheNameAndExtensionThatTheStandardLibraryFinds) {
-  forEachPath([](const Given& path) {
+  forEachPath([](const RandomPath& path) {
     const std::string name = path.path().filename();
     const std::string dotted = path.path().extension();
     const std::string extension = dotted.empty() ? "" : dotted.substr(1);
@@ -125,8 +123,8 @@ TEST_F(GeneratedPaths, ResolveAsTheStandardLibraryJoins) {
   constexpr std::array kOverloads = {quen_io_Path_resolve, quen_io_Path_resolve__dup2,
                                      quen_io_Path_resolve__dup3};
 
-  forEachPath([&](const Given& base) {
-    Given operand = generate();
+  forEachPath([&](const RandomPath& base) {
+    RandomPath operand = generate();
     const auto resolve = kOverloads[generator.below(kOverloads.size())];
 
     const bool replaces = operand.path().has_root_directory();
@@ -135,15 +133,15 @@ TEST_F(GeneratedPaths, ResolveAsTheStandardLibraryJoins) {
     const bool folder = operand.text.ends_with('/') || operand.text.ends_with('\\');
     const bool ofBase = !replaces && base.traversal();
 
-    EXPECT_EQ(seen(resolve(base.object, operand.object)),
-              (Seen{resolved, folder, operand.traversal() || ofBase}));
-    EXPECT_EQ(seen(resolve(base.object, operand.text.data())),
-              (Seen{resolved, folder, hasParentSegment(operand.text) || ofBase}));
+    EXPECT_EQ(stateOf(resolve(base.object, operand.object)),
+              (PathState{resolved, folder, operand.traversal() || ofBase}));
+    EXPECT_EQ(stateOf(resolve(base.object, operand.text.data())),
+              (PathState{resolved, folder, hasParentSegment(operand.text) || ofBase}));
     const std::string expected = base.text.empty()      ? operand.text
                                  : operand.text.empty() ? base.text
                                                         : resolved;
     EXPECT_EQ(text(quen_io_Path__resolvePath(base.chars(), operand.chars())), expected);
-    if (HasFailure()) FAIL() << "the operand was " << seen(operand.object);
+    if (HasFailure()) FAIL() << "the operand was " << stateOf(operand.object);
   });
 }
 

@@ -13,19 +13,52 @@
 
 namespace fs = std::filesystem;
 using namespace quen::small;
+using namespace quen::tests;
 
 namespace {
 
-using Name = quen::tests::BoundaryTest;
-using Extension = quen::tests::BoundaryTest;
-using Kind = quen::tests::BoundaryTest;
-using Roots = quen::tests::BoundaryTest;
+struct Row {
+  const char* path;
+  const char* expected;
+};
+
+// The name or the extension of a path: as a method, a getter and a native member.
+class Part : public BoundaryTest {
+ protected:
+  Part(void* (*method)(void*), void* (*getter)(void*), void* (*native)(const char*))
+      : method_(method), getter_(getter), native_(native) {}
+
+  void expectPart(const Row& row) const {
+    SCOPED_TRACE(row.path);
+    void* path = newPath(row.path);
+
+    EXPECT_EQ(text(native_(row.path)), row.expected);
+    EXPECT_EQ(text(method_(path)), row.expected);
+    EXPECT_EQ(text(getter_(path)), row.expected);
+  }
+
+  void expectEmptyWithoutAPath() const {
+    EXPECT_EQ(text(native_(nullptr)), "");
+    EXPECT_EQ(text(native_("")), "");
+    for (void* receiver : {static_cast<void*>(nullptr), newPath(""), newObject("quen.io.Path"),
+                           newString("a/b.c")}) {
+      EXPECT_EQ(text(method_(receiver)), "");
+      EXPECT_EQ(text(getter_(receiver)), "");
+    }
+  }
+
+ private:
+  void* (*method_)(void*);
+  void* (*getter_)(void*);
+  void* (*native_)(const char*);
+};
+
+class Name : public Part {
+ protected:
+  Name() : Part(quen_io_Path_name, __quen_propget_quen_io_Path_name, quen_io_Path__pathName) {}
+};
 
 TEST_F(Name, IsWhatFollowsTheLastSlash) {
-  struct Row {
-    const char* path;
-    const char* name;
-  };
   static constexpr Row kRows[] = {
       {"a", "a"},
       {"a/b", "b"},
@@ -37,7 +70,7 @@ TEST_F(Name, IsWhatFollowsTheLastSlash) {
       {"archive.tar.gz", "archive.tar.gz"},
       {" ", " "},
       {"a/\xFF", "\xFF"},
-      // Dots are names like others.
+      // "." and ".." are names too.
       {".", "."},
       {"..", ".."},
       {"a/.", "."},
@@ -45,45 +78,33 @@ TEST_F(Name, IsWhatFollowsTheLastSlash) {
       {"/a/..", ".."},
       {"/.", "."},
       {"...", "..."},
-      // After a slash at the end there is none.
+      // A trailing slash is followed by an empty name.
       {"/", ""},
       {"//", ""},
       {"a/", ""},
       {"a/b/", ""},
       {"a/b//", ""},
       {"../", ""},
-      // A backslash is part of a name, at its end, too.
+      // A backslash is an ordinary byte of a name.
       {"a\\b", "a\\b"},
       {"a/b\\", "b\\"},
       {"\\", "\\"},
       {"C:\\a/b", "b"},
   };
 
-  for (const Row& row : kRows) {
-    SCOPED_TRACE(row.path);
-    void* path = newPath(row.path);
-
-    EXPECT_EQ(text(quen_io_Path__pathName(row.path)), row.name);
-    EXPECT_EQ(text(quen_io_Path_name(path)), row.name);
-    EXPECT_EQ(text(__quen_propget_quen_io_Path_name(path)), row.name);
-  }
+  for (const Row& row : kRows) expectPart(row);
 }
 
-TEST_F(Name, OfNothingIsTheEmptyString) {
-  EXPECT_EQ(text(quen_io_Path__pathName(nullptr)), "");
-  EXPECT_EQ(text(quen_io_Path__pathName("")), "");
-  for (void* receiver :
-       {static_cast<void*>(nullptr), newPath(""), newObject("quen.io.Path"), newString("a/b")}) {
-    EXPECT_EQ(text(quen_io_Path_name(receiver)), "");
-    EXPECT_EQ(text(__quen_propget_quen_io_Path_name(receiver)), "");
-  }
-}
+TEST_F(Name, OfNothingIsTheEmptyString) { expectEmptyWithoutAPath(); }
+
+class Extension : public Part {
+ protected:
+  Extension()
+      : Part(quen_io_Path_extension, __quen_propget_quen_io_Path_extension,
+             quen_io_Path__pathExtension) {}
+};
 
 TEST_F(Extension, IsWhatFollowsTheLastDotOfTheName) {
-  struct Row {
-    const char* path;
-    const char* extension;
-  };
   static constexpr Row kRows[] = {
       {"file.txt", "txt"},
       {"a/file.txt", "txt"},
@@ -93,7 +114,7 @@ TEST_F(Extension, IsWhatFollowsTheLastDotOfTheName) {
       {"a. b", " b"},
       {"a.\xFF", "\xFF"},
       {"a.b", "b"},
-      // None, or an empty one.
+      // No extension, or an empty one.
       {"file", ""},
       {"a.", ""},
       {"a.b.", ""},
@@ -101,7 +122,7 @@ TEST_F(Extension, IsWhatFollowsTheLastDotOfTheName) {
       {"a.b/", ""},
       {"a/b.txt/", ""},
       {"/", ""},
-      // A dot in front begins no extension.
+      // A leading dot does not begin an extension.
       {".", ""},
       {"..", ""},
       {".a", ""},
@@ -116,31 +137,18 @@ TEST_F(Extension, IsWhatFollowsTheLastDotOfTheName) {
       {"...", ""},
       {"....", ""},
       {"...a", "a"},
-      // A backslash separates no names.
+      // A backslash is not a separator.
       {"a.b\\c", "b\\c"},
       {"a\\b.c", "c"},
       {"a.b\\", "b\\"},
   };
 
-  for (const Row& row : kRows) {
-    SCOPED_TRACE(row.path);
-    void* path = newPath(row.path);
-
-    EXPECT_EQ(text(quen_io_Path__pathExtension(row.path)), row.extension);
-    EXPECT_EQ(text(quen_io_Path_extension(path)), row.extension);
-    EXPECT_EQ(text(__quen_propget_quen_io_Path_extension(path)), row.extension);
-  }
+  for (const Row& row : kRows) expectPart(row);
 }
 
-TEST_F(Extension, OfNothingIsTheEmptyString) {
-  EXPECT_EQ(text(quen_io_Path__pathExtension(nullptr)), "");
-  EXPECT_EQ(text(quen_io_Path__pathExtension("")), "");
-  for (void* receiver :
-       {static_cast<void*>(nullptr), newPath(""), newObject("quen.io.Path"), newString("a.b")}) {
-    EXPECT_EQ(text(quen_io_Path_extension(receiver)), "");
-    EXPECT_EQ(text(__quen_propget_quen_io_Path_extension(receiver)), "");
-  }
-}
+TEST_F(Extension, OfNothingIsTheEmptyString) { expectEmptyWithoutAPath(); }
+
+using Kind = BoundaryTest;
 
 TEST_F(Kind, IsDirectoryForAFolder) {
   const fs::path folder = scratch.folder("folder");
@@ -181,7 +189,7 @@ TEST_F(Kind, IsUnknownWhereItMayNotBeLookedAt) {
   fs::permissions(scratch.path(), fs::perms(0755));
   fs::permissions(scratch / "locked", fs::perms::none);
 
-  quen::tests::inUnprivilegedChild(
+  inUnprivilegedChild(
       [&inside] { EXPECT_EQ(text(quen_io_Path__pathKindPath(inside.c_str())), "unknown"); });
 }
 
@@ -189,6 +197,8 @@ TEST_F(Kind, IsUnknownForNothing) {
   EXPECT_EQ(text(quen_io_Path__pathKindPath(nullptr)), "unknown");
   EXPECT_EQ(text(quen_io_Path__pathKindPath("")), "unknown");
 }
+
+using Roots = BoundaryTest;
 
 TEST_F(Roots, AreTheOneOfThisHost) {
   void* roots = quen_io_Path__rootStringsNative();

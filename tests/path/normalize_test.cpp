@@ -10,19 +10,13 @@
 #include "runtime/small/host.h"
 #include "tests/support/boundary_test.h"
 #include "tests/support/child_process.h"
+#include "tests/support/path_objects.h"
 
 namespace fs = std::filesystem;
 using namespace quen::small;
 using namespace quen::tests;
 
 namespace {
-
-using Cwd = BoundaryTest;
-using Normalize = BoundaryTest;
-using ToAbsolute = BoundaryTest;
-using Parent = BoundaryTest;
-using IsAbsolute = BoundaryTest;
-using IsNormalized = BoundaryTest;
 
 struct Lexical {
   std::string text;
@@ -35,6 +29,8 @@ std::string longText() {
   for (int i = 0; i < 5000; ++i) text += "/y";
   return text;
 }
+
+using Cwd = BoundaryTest;
 
 TEST_F(Cwd, IsTheNormalizedFolderAsAProperty) {
   void* here = __quen_propget_quen_io_Path_cwd();
@@ -62,6 +58,8 @@ TEST_F(Cwd, IsTheEmptyFolderOrTheEmptyStringWhenItIsGone) {
     EXPECT_EQ(raised(), "");
   });
 }
+
+using Normalize = BoundaryTest;
 
 TEST_F(Normalize, GivesTheLexicalNormalForm) {
   const std::vector<Lexical> cases{
@@ -93,11 +91,8 @@ TEST_F(Normalize, GivesTheLexicalNormalForm) {
   for (const Lexical& each : cases) {
     SCOPED_TRACE(each.text);
 
-    void* normal = quen_io_Path_normalize(newPath(each.text));
-
-    EXPECT_EQ(pathText(normal), each.result);
-    EXPECT_EQ(hasParentTraversal(normal), each.traversal);
-    EXPECT_FALSE(isFolderPath(normal));
+    EXPECT_EQ(stateOf(quen_io_Path_normalize(newPath(each.text))),
+              (PathState{each.result, false, each.traversal}));
     EXPECT_EQ(text(quen_io_Path__normalizePath(each.text.c_str())), each.result);
   }
 }
@@ -134,6 +129,8 @@ TEST_F(Normalize, GivesAnEmptyPathForNullAndForAnObjectWithoutPath) {
   EXPECT_EQ(text(quen_io_Path__normalizePath(nullptr)), "");
 }
 
+using ToAbsolute = BoundaryTest;
+
 TEST_F(ToAbsolute, AppendsToTheCurrentDirectoryAndNormalizes) {
   const std::string here = fs::current_path().lexically_normal();
   const std::vector<Lexical> cases{
@@ -162,7 +159,7 @@ TEST_F(ToAbsolute, DoesNotResolveLinks) {
   EXPECT_EQ(pathText(quen_io_Path_toAbsolute(newPath(link.native()))), link);
 }
 
-// Of the empty path there is no absolute form.
+// An empty path has no absolute form.
 TEST_F(ToAbsolute, OfAnEmptyPathIsEmpty) {
   for (void* receiver : {static_cast<void*>(nullptr), newPath("")}) {
     void* absolute = quen_io_Path_toAbsolute(receiver);
@@ -186,6 +183,8 @@ TEST_F(ToAbsolute, NormalizesWithoutACurrentDirectoryWhereTheNativeMemberHandsTh
   });
 }
 
+using Parent = BoundaryTest;
+
 TEST_F(Parent, IsANormalizedFolder) {
   const std::vector<Lexical> cases{
       {"/", "/"},
@@ -202,11 +201,8 @@ TEST_F(Parent, IsANormalizedFolder) {
   for (const Lexical& each : cases) {
     SCOPED_TRACE(each.text);
 
-    void* parent = quen_io_Path_parent(newFilePath(each.text));
-
-    EXPECT_EQ(pathText(parent), each.result);
-    EXPECT_EQ(hasParentTraversal(parent), each.traversal);
-    EXPECT_TRUE(isFolderPath(parent));
+    EXPECT_EQ(stateOf(quen_io_Path_parent(newFilePath(each.text))),
+              (PathState{each.result, true, each.traversal}));
     EXPECT_EQ(text(quen_io_Path__parentPath(each.text.c_str())), each.result);
   }
 }
@@ -227,6 +223,8 @@ TEST_F(Parent, CarriesTheTraversalOfItsReceiver) {
   EXPECT_TRUE(hasParentTraversal(quen_io_Path_parent(once)));
 }
 
+using IsAbsolute = BoundaryTest;
+
 TEST_F(IsAbsolute, MeansToHaveARootDirectory) {
   for (const auto isAbsolute : {quen_io_Path__isAbsolute, __quen_propget_quen_io_Path_isAbsolute}) {
     EXPECT_TRUE(isAbsolute(newPath("/a")));
@@ -237,6 +235,8 @@ TEST_F(IsAbsolute, MeansToHaveARootDirectory) {
     EXPECT_FALSE(isAbsolute(nullptr));
   }
 }
+
+using IsNormalized = BoundaryTest;
 
 TEST_F(IsNormalized, ComparesElementByElement) {
   for (const auto isNormalized :

@@ -15,20 +15,16 @@
 
 namespace fs = std::filesystem;
 using namespace quen::small;
+using namespace quen::tests;
 
 namespace {
 
-using quen::tests::inChild;
-using quen::tests::inUnprivilegedChild;
-using quen::tests::Seen;
-using quen::tests::seen;
-
-// No file system takes a name of this length, so that asking about it is an error.
+// Longer than NAME_MAX, so that a status query fails with ENAMETOOLONG.
 const std::string kTooLongName(300, 'n');
 
-class Relativize : public quen::tests::BoundaryTest {
+class Relativize : public BoundaryTest {
  protected:
-  // Both forms, by the text that they give.
+  // Compares the resulting texts of the method and of the native member.
   static void expectBoth(const fs::path& target, const fs::path& base, const std::string& text) {
     SCOPED_TRACE("from \"" + base.native() + "\" to \"" + target.native() + "\"");
     EXPECT_EQ(method(target, base), text);
@@ -44,14 +40,14 @@ class Relativize : public quen::tests::BoundaryTest {
     return text(quen_io_Path__relativizePath(target.c_str(), base.c_str()));
   }
 
-  // That the library has no answer, so that what is tested is a fallback.
+  // Expects that std::filesystem::relative fails, so that the test reaches a fallback.
   static void expectError(const fs::path& target, const fs::path& base) {
     std::error_code error;
     const fs::path relative = fs::relative(target, base, error);
     EXPECT_TRUE(error) << relative << "from " << base << " to " << target;
   }
 
-  // Runs the body where relative paths start in the scratch folder.
+  // Runs the body in a child with the scratch folder as its working directory.
   void inScratchFolder(const std::function<void()>& body) const {
     inChild([&] {
       fs::current_path(scratch.path());
@@ -60,7 +56,7 @@ class Relativize : public quen::tests::BoundaryTest {
   }
 };
 
-// With a file system that answers.
+// Where std::filesystem::relative succeeds.
 
 TEST_F(Relativize, LeadsFromTheBaseToTheTarget) {
   struct Row {
@@ -81,7 +77,7 @@ TEST_F(Relativize, LeadsFromTheBaseToTheTarget) {
       {"/no-such/a", "/no-such/b", "../a"},
       {"/", "/no-such/b", "../.."},
       {"../no-such/a", "../no-such/b", "../a"},
-      // Separators and dots do not count.
+      // Repeated separators and "." make no difference.
       {"a/", "a", "."},
       {"a", "a/", "."},
       {"a//b", "a", "b"},
@@ -90,7 +86,7 @@ TEST_F(Relativize, LeadsFromTheBaseToTheTarget) {
       {"a/../b", "b", "."},
       {"a/b", "a/c/..", "b"},
       {"a/b/", "a", "b/"},
-      // A backslash is part of a name.
+      // A backslash is an ordinary byte of a name.
       {"a\\b", "a", "../a\\b"},
   };
 
@@ -108,7 +104,7 @@ TEST_F(Relativize, DoesNotRejectEmptyTexts) {
   });
 }
 
-TEST_F(Relativize, UsesAnEmptyAnswerAsItIs) {
+TEST_F(Relativize, ReturnsAnEmptyResultAsItIs) {
   const fs::path folder = scratch.folder("folder");
 
   inScratchFolder([&] {
@@ -122,11 +118,11 @@ TEST_F(Relativize, UsesAnEmptyAnswerAsItIs) {
   });
 }
 
-TEST_F(Relativize, MakesAnObjectOfAnEmptyAnswerToo) {
+TEST_F(Relativize, MakesAnObjectOfAnEmptyResultToo) {
   inScratchFolder([] {
     void* folder = quen_io_Path_relativize(newFolderPath("missing/../x"), newPath("/"));
 
-    EXPECT_EQ(seen(folder), (Seen{"", true, true}));
+    EXPECT_EQ(stateOf(folder), (PathState{"", true, true}));
   });
 }
 
@@ -159,6 +155,7 @@ TEST_F(Relativize, GoesOnBelowARegularFile) {
   expectBoth(file / "x", scratch.path(), "file/x");
 }
 
+// Where the library reports an error, the texts decide; the tests of the fallbacks are below.
 TEST_F(Relativize, AgreesWithTheStandardLibraryOnEveryPairOfPaths) {
   scratch.folder("a/b");
   scratch.file("file");
@@ -202,11 +199,9 @@ TEST_F(Relativize, AgreesWithTheStandardLibraryOnEveryPairOfPaths) {
     for (const fs::path& target : paths) {
       for (const fs::path& base : paths) {
         std::error_code error;
-        fs::path expected = fs::relative(target, base, error);
-        if (error) expected = target.lexically_relative(base);
-        if (error && expected.empty()) expected = target.lexically_normal();
+        const fs::path relative = fs::relative(target, base, error);
 
-        expectBoth(target, base, expected);
+        expectBoth(target, base, error ? native(target, base) : relative.native());
       }
     }
   });
@@ -219,10 +214,10 @@ TEST_F(Relativize, ChangesNothingOnDisk) {
   expectBoth(scratch / "b", scratch / "a", "../b");
   expectBoth(scratch / "loop", scratch / "a", "../loop");
 
-  EXPECT_EQ(quen::tests::namesIn(scratch.path()), "a loop");
+  EXPECT_EQ(namesIn(scratch.path()), "a loop");
 }
 
-// Without an answer.
+// Where std::filesystem::relative fails: the fallbacks.
 
 TEST_F(Relativize, GoesByTheTextsAcrossALinkThatLoops) {
   const fs::path loop = scratch.link("loop", "loop");
@@ -273,33 +268,34 @@ TEST_F(Relativize, GoesByTheTextsInAWorkingDirectoryThatIsGone) {
   });
 }
 
-TEST_F(Relativize, DoesNotNormalizeWhatTheTextsGive) {
+TEST_F(Relativize, DoesNotNormalizeTheLexicalResult) {
   const fs::path loop = scratch.link("loop", "loop");
 
   expectBoth(loop / "./x/../y", loop, "./x/../y");
   expectBoth(loop / "x/", loop, "x/");
 }
 
-TEST_F(Relativize, GivesTheNormalFormOfTheTargetWhenTheTextsGiveNothing) {
+TEST_F(Relativize, ReturnsTheNormalTargetWithoutALexicalResult) {
   const fs::path loop = scratch.link("loop", "loop");
 
-  // Only one of the two is absolute.
+  // Only one of the operands is absolute.
   expectBoth("./" + kTooLongName + "/../y//z", "/a", "y/z");
   expectBoth(loop / "x/../y/", "a", loop / "y/");
-  // The base leads out of where the target starts.
+  // The base leads above the folder that the target starts from.
   expectBoth("./x/./y", kTooLongName + "/../..", "x/y");
 }
 
-TEST_F(Relativize, CarriesTheFactsOfItsOperandsIntoAFallback) {
+TEST_F(Relativize, KeepsKindAndParentTraversalInAFallback) {
   const fs::path loop = scratch.link("loop", "loop");
   void* loopFolder = newFolderPath(loop.native());
 
-  EXPECT_EQ(seen(quen_io_Path_relativize(loopFolder, newPath((scratch / "a").native()))),
-            (Seen{"../loop", true, false}));
-  EXPECT_EQ(seen(quen_io_Path_relativize(loopFolder, newPath("a/../b"))), (Seen{loop, true, true}));
+  EXPECT_EQ(stateOf(quen_io_Path_relativize(loopFolder, newPath((scratch / "a").native()))),
+            (PathState{"../loop", true, false}));
+  EXPECT_EQ(stateOf(quen_io_Path_relativize(loopFolder, newPath("a/../b"))),
+            (PathState{loop, true, true}));
 }
 
-// What the result carries along.
+// The kind and the parent traversal of the result.
 
 TEST_F(Relativize, MakesAFolderOfAFolder) {
   defineClass("relativize.Project", "quen.io.FolderPath", {});
@@ -329,21 +325,21 @@ TEST_F(Relativize, CarriesTheParentTraversalOfEitherOperand) {
 }
 
 TEST_F(Relativize, DoesNotTakeTheParentTraversalOfItsResult) {
-  EXPECT_EQ(seen(quen_io_Path_relativize(newPath("/no-such/b"), newPath("/no-such/a"))),
-            (Seen{"../b", false, false}));
+  EXPECT_EQ(stateOf(quen_io_Path_relativize(newPath("/no-such/b"), newPath("/no-such/a"))),
+            (PathState{"../b", false, false}));
 }
 
-// Nothing to lead from or to.
+// Operands without a path.
 
-TEST_F(Relativize, GivesTheVeryReceiverForANullBase) {
+TEST_F(Relativize, ReturnsItsReceiverForANullBase) {
   void* path = newPath("./a/../b");
 
   EXPECT_EQ(quen_io_Path_relativize(path, nullptr), path);
   EXPECT_EQ(quen_io_Path_relativize(nullptr, nullptr), nullptr);
-  EXPECT_EQ(seen(path), (Seen{"./a/../b", false, false})) << "unchanged";
+  EXPECT_EQ(stateOf(path), (PathState{"./a/../b", false, false})) << "unchanged";
 }
 
-TEST_F(Relativize, GivesTheVeryReceiverWhenOneHasNoPath) {
+TEST_F(Relativize, ReturnsItsReceiverWhenAnOperandHasNoPath) {
   void* path = newPath("a");
   void* withoutPath = newObject("quen.io.FolderPath");
   void* string = newString("a");
@@ -355,7 +351,7 @@ TEST_F(Relativize, GivesTheVeryReceiverWhenOneHasNoPath) {
   EXPECT_EQ(quen_io_Path_relativize(nullptr, path), nullptr);
 }
 
-// The method has a receiver to give back where the native member has texts only.
+// The method returns its receiver; the native member, which has only texts, returns the target.
 TEST_F(Relativize, OfTextsGivesTheTargetAsItIsForANullBase) {
   EXPECT_EQ(text(quen_io_Path__relativizePath("./a//b/../", nullptr)), "./a//b/../");
   EXPECT_EQ(text(quen_io_Path__relativizePath("", nullptr)), "");

@@ -10,25 +10,24 @@
 #include "tests/support/path_objects.h"
 
 using namespace quen::small;
+using namespace quen::tests;
 
 namespace {
 
-using Resolve = quen::tests::BoundaryTest;
-using quen::tests::Seen;
-using quen::tests::seen;
+using Resolve = BoundaryTest;
 
 constexpr std::array kOverloads = {quen_io_Path_resolve, quen_io_Path_resolve__dup2,
                                    quen_io_Path_resolve__dup3};
 
-// A path text where the overloads take an object or a text.
+// A C string as the operand of an overload, which takes an object or a C string.
 void* asOperand(const char* text) { return const_cast<char*>(text); }
 
-// A path object in whose making a ".." took part, whatever its text is.
+// A path object with the sticky parent-traversal flag, whatever its text is.
 void* stickyPath(const char* text) {
   return Quen_allocTypedPathObjectFromPath(text, true, false, true);
 }
 
-// Each way of asking gives the same.
+// All overloads and the native member agree.
 TEST_F(Resolve, JoinsAndNormalizes) {
   struct Row {
     const char* base;
@@ -46,14 +45,14 @@ TEST_F(Resolve, JoinsAndNormalizes) {
       {"a", "./b/.", "a/b/", false, false},
       {".", "a", "a", false, false},
       {"a", "C:/x", "a/C:/x", false, false},
-      // The last byte of the operand makes a folder.
+      // An operand that ends in a separator makes a folder.
       {"a/b", "c/", "a/b/c/", true, false},
       {"a", "./", "a/", true, false},
       {"a", "c\\", "a/c\\", true, false},
       {"a", "\\", "a/\\", true, false},
       {"a/", "c", "a/c", false, false},
       {"a\\", "c", "a\\/c", false, false},
-      // A ".." of either counts, also between backslashes.
+      // A ".." in either operand sets parent traversal, also between backslashes.
       {"a/b", "../c", "a/c", false, true},
       {"a", "..", ".", false, true},
       {"a", "../", ".", true, true},
@@ -65,7 +64,7 @@ TEST_F(Resolve, JoinsAndNormalizes) {
       {"a\\..", "b", "a\\../b", false, true},
       {"a", "...", "a/...", false, false},
       {"a", "..b/b..", "a/..b/b..", false, false},
-      // A root directory replaces the base and its traversal.
+      // An absolute operand replaces the base and its parent traversal.
       {"a", "/x", "/x", false, false},
       {"a", "/", "/", true, false},
       {"/a", "/x//y/", "/x/y/", true, false},
@@ -78,38 +77,42 @@ TEST_F(Resolve, JoinsAndNormalizes) {
 
   for (const Row& row : kRows) {
     SCOPED_TRACE(std::string(row.base) + " and " + row.operand);
-    const Seen expected = {row.resolved, row.folder, row.parentTraversal};
+    const PathState expected = {row.resolved, row.folder, row.parentTraversal};
     void* base = newPath(row.base);
 
     for (const auto resolve : kOverloads) {
-      EXPECT_EQ(seen(resolve(base, newPath(row.operand))), expected);
-      EXPECT_EQ(seen(resolve(base, asOperand(row.operand))), expected);
+      EXPECT_EQ(stateOf(resolve(base, newPath(row.operand))), expected);
+      EXPECT_EQ(stateOf(resolve(base, asOperand(row.operand))), expected);
     }
     EXPECT_EQ(text(quen_io_Path__resolvePath(row.base, row.operand)), row.resolved);
   }
+}
+
+PathState resolved(void* receiver, void* operand) {
+  return stateOf(quen_io_Path_resolve(receiver, operand));
 }
 
 TEST_F(Resolve, AsksNoClassWhetherTheResultIsAFolder) {
   void* folder = newFolderPath("d");
   void* file = newFilePath("d");
 
-  EXPECT_EQ(seen(quen_io_Path_resolve(folder, newFolderPath("f"))), (Seen{"d/f", false, false}));
-  EXPECT_EQ(seen(quen_io_Path_resolve(folder, asOperand("f"))), (Seen{"d/f", false, false}));
-  EXPECT_EQ(seen(quen_io_Path_resolve(file, newFilePath("f/"))), (Seen{"d/f/", true, false}));
+  EXPECT_EQ(resolved(folder, newFolderPath("f")), (PathState{"d/f", false, false}));
+  EXPECT_EQ(resolved(folder, asOperand("f")), (PathState{"d/f", false, false}));
+  EXPECT_EQ(resolved(file, newFilePath("f/")), (PathState{"d/f/", true, false}));
 }
 
 TEST_F(Resolve, CarriesTheStickyTraversalOfAnOperandObject) {
-  EXPECT_EQ(seen(quen_io_Path_resolve(newPath("a"), stickyPath("b"))), (Seen{"a/b", false, true}));
-  EXPECT_EQ(seen(quen_io_Path_resolve(newPath("a"), stickyPath("/b"))), (Seen{"/b", false, true}));
+  EXPECT_EQ(resolved(newPath("a"), stickyPath("b")), (PathState{"a/b", false, true}));
+  EXPECT_EQ(resolved(newPath("a"), stickyPath("/b")), (PathState{"/b", false, true}));
 }
 
 TEST_F(Resolve, CarriesTheStickyTraversalOfTheReceiverUnlessItIsReplaced) {
   void* sticky = quen_io_Path_normalize(newPath("x/../a"));
 
-  EXPECT_EQ(seen(quen_io_Path_resolve(sticky, newPath("b"))), (Seen{"a/b", false, true}));
-  EXPECT_EQ(seen(quen_io_Path_resolve(sticky, asOperand("b/"))), (Seen{"a/b/", true, true}));
-  EXPECT_EQ(seen(quen_io_Path_resolve(sticky, newPath("/b"))), (Seen{"/b", false, false}));
-  EXPECT_EQ(seen(quen_io_Path_resolve(sticky, asOperand("/b"))), (Seen{"/b", false, false}));
+  EXPECT_EQ(resolved(sticky, newPath("b")), (PathState{"a/b", false, true}));
+  EXPECT_EQ(resolved(sticky, asOperand("b/")), (PathState{"a/b/", true, true}));
+  EXPECT_EQ(resolved(sticky, newPath("/b")), (PathState{"/b", false, false}));
+  EXPECT_EQ(resolved(sticky, asOperand("/b")), (PathState{"/b", false, false}));
 }
 
 TEST_F(Resolve, GivesNullForANullReceiver) {
@@ -120,7 +123,7 @@ TEST_F(Resolve, GivesNullForANullReceiver) {
   }
 }
 
-TEST_F(Resolve, GivesTheVeryReceiverForANullOperand) {
+TEST_F(Resolve, ReturnsItsReceiverForANullOperand) {
   void* path = newPath("./a/../b");
   void* withoutPath = newObject("quen.io.Path");
 
@@ -128,26 +131,25 @@ TEST_F(Resolve, GivesTheVeryReceiverForANullOperand) {
     EXPECT_EQ(resolve(path, nullptr), path);
     EXPECT_EQ(resolve(withoutPath, nullptr), withoutPath);
   }
-  EXPECT_EQ(seen(path), (Seen{"./a/../b", false, false})) << "unchanged";
+  EXPECT_EQ(stateOf(path), (PathState{"./a/../b", false, false})) << "unchanged";
 }
 
 TEST_F(Resolve, CountsAReceiverWithoutAPathAsTheEmptyPath) {
   for (void* receiver : {newObject("quen.io.FolderPath"), newPath(""), newString("a")}) {
-    EXPECT_EQ(seen(quen_io_Path_resolve(receiver, newPath("b/./c"))), (Seen{"b/c", false, false}));
-    EXPECT_EQ(seen(quen_io_Path_resolve(receiver, asOperand("../b/"))),
-              (Seen{"../b/", true, true}));
-    EXPECT_EQ(seen(quen_io_Path_resolve(receiver, asOperand(""))), (Seen{"", false, false}));
+    EXPECT_EQ(resolved(receiver, newPath("b/./c")), (PathState{"b/c", false, false}));
+    EXPECT_EQ(resolved(receiver, asOperand("../b/")), (PathState{"../b/", true, true}));
+    EXPECT_EQ(resolved(receiver, asOperand("")), (PathState{"", false, false}));
   }
 }
 
-// The empty operand ends the text in a separator and still makes no folder.
+// An empty operand appends a separator, but does not make a folder.
 TEST_F(Resolve, AppendsAnEmptyOperand) {
   for (const auto resolve : kOverloads) {
     for (void* empty : {asOperand(""), newPath(""), newFolderPath("")}) {
-      EXPECT_EQ(seen(resolve(newPath("a"), empty)), (Seen{"a/", false, false}));
-      EXPECT_EQ(seen(resolve(newFolderPath("a/"), empty)), (Seen{"a/", false, false}));
-      EXPECT_EQ(seen(resolve(newPath("/"), empty)), (Seen{"/", false, false}));
-      EXPECT_EQ(seen(resolve(newPath("a/../b"), empty)), (Seen{"b/", false, true}));
+      EXPECT_EQ(stateOf(resolve(newPath("a"), empty)), (PathState{"a/", false, false}));
+      EXPECT_EQ(stateOf(resolve(newFolderPath("a/"), empty)), (PathState{"a/", false, false}));
+      EXPECT_EQ(stateOf(resolve(newPath("/"), empty)), (PathState{"/", false, false}));
+      EXPECT_EQ(stateOf(resolve(newPath("a/../b"), empty)), (PathState{"b/", false, true}));
     }
   }
 }
@@ -158,27 +160,26 @@ TEST_F(Resolve, AppendsAnOperandObjectWithoutAPathAsTheEmptyText) {
   Quen_setField_ptr(stickyWithoutPath, "_hasParentTraversal", newString(""));  // not zero
 
   for (const auto resolve : kOverloads) {
-    EXPECT_EQ(seen(resolve(newPath("a"), withoutPath)), (Seen{"a/", false, false}));
-    EXPECT_EQ(seen(resolve(newPath("a"), newString("b"))), (Seen{"a/", false, false}));
-    EXPECT_EQ(seen(resolve(newPath("a"), stickyWithoutPath)), (Seen{"a/", false, true}));
+    EXPECT_EQ(stateOf(resolve(newPath("a"), withoutPath)), (PathState{"a/", false, false}));
+    EXPECT_EQ(stateOf(resolve(newPath("a"), newString("b"))), (PathState{"a/", false, false}));
+    EXPECT_EQ(stateOf(resolve(newPath("a"), stickyWithoutPath)), (PathState{"a/", false, true}));
   }
 }
 
-// Unlike the method, which appends it.
+// The method appends the empty operand.
 TEST_F(Resolve, OfTextsLeavesTheBaseAsItIsForAnEmptyOperand) {
   EXPECT_EQ(text(quen_io_Path__resolvePath("x", "")), "x");
   EXPECT_EQ(text(quen_io_Path__resolvePath("x", nullptr)), "x");
   EXPECT_EQ(text(quen_io_Path__resolvePath("./a//b/../", "")), "./a//b/../") << "not normalized";
 }
 
-// Unlike the method, which normalizes it.
+// The method normalizes the operand.
 TEST_F(Resolve, OfTextsLeavesTheOperandAsItIsForAnEmptyBase) {
   EXPECT_EQ(text(quen_io_Path__resolvePath("", "x")), "x");
   for (const char* base : {static_cast<const char*>(nullptr), ""}) {
     EXPECT_EQ(text(quen_io_Path__resolvePath(base, "./a//b/../")), "./a//b/../");
   }
-  EXPECT_EQ(seen(quen_io_Path_resolve(newPath(""), newPath("./a//b/"))),
-            (Seen{"a/b/", true, false}));
+  EXPECT_EQ(resolved(newPath(""), newPath("./a//b/")), (PathState{"a/b/", true, false}));
 }
 
 TEST_F(Resolve, OfNoTextsIsTheEmptyString) {
@@ -188,11 +189,10 @@ TEST_F(Resolve, OfNoTextsIsTheEmptyString) {
   }
 }
 
-TEST_F(Resolve, LooksAtNoEntry) {
+TEST_F(Resolve, IsLexical) {
   const std::string link = scratch.link("link", scratch.folder("a/b")).native();
 
-  EXPECT_EQ(seen(quen_io_Path_resolve(newPath(link), newPath("../c"))).text,
-            (scratch / "c").native())
+  EXPECT_EQ(resolved(newPath(link), newPath("../c")).text, (scratch / "c").native())
       << "the link is not followed";
 }
 

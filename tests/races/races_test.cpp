@@ -1,5 +1,5 @@
-// What may happen at the same time, a thousand times over. Who comes first is left to chance, so
-// each test looks only at what has to hold whoever does.
+// Stress tests of concurrent operations. The interleaving is left to the scheduler, so each test
+// only asserts what holds for every interleaving.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -37,17 +37,17 @@ constexpr int kThreads = 4;
 
 class Races : public BoundaryTest {
  protected:
-  // Another process, which is killed at the end unless it has ended by itself.
-  class Other {
+  // A forked process, killed by the destructor unless it was waited for.
+  class OtherProcess {
    public:
-    explicit Other(const std::function<void()>& work) : process_(fork()) {
+    explicit OtherProcess(const std::function<void()>& work) : process_(fork()) {
       if (process_ != 0) return;
       work();
       std::_Exit(0);
     }
-    ~Other() { kill(); }
-    Other(const Other&) = delete;
-    Other& operator=(const Other&) = delete;
+    ~OtherProcess() { kill(); }
+    OtherProcess(const OtherProcess&) = delete;
+    OtherProcess& operator=(const OtherProcess&) = delete;
 
     void kill() {
       if (process_ == 0) return;
@@ -56,8 +56,8 @@ class Races : public BoundaryTest {
       process_ = 0;
     }
 
-    // How it ended by itself, as waitpid tells.
-    int ending() {
+    // Waits for the process to exit, and returns its wait status.
+    int wait() {
       int status = -1;
       waitpid(process_, &status, 0);
       process_ = 0;
@@ -68,7 +68,7 @@ class Races : public BoundaryTest {
     pid_t process_;
   };
 
-  // A version of an index: as many of one letter as the letter says.
+  // A version of an index: one letter repeated, with a length that depends on the letter.
   static std::string version(std::size_t number) {
     const std::size_t letter = number % 26;
     return std::string(4000 + 100 * letter, static_cast<char>('a' + letter));
@@ -82,6 +82,7 @@ class Races : public BoundaryTest {
     quen_data_internal_DocumentIndexStore__writeAtomic(target.c_str(), version(number).c_str());
   }
 
+  // Varies the interleaving; nothing relies on how long it takes.
   static void pause(std::size_t microseconds) {
     std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
   }
@@ -89,8 +90,8 @@ class Races : public BoundaryTest {
   Generator generator;
 };
 
-// Three things can become of a write: it comes before the close, and its text is in the file; it
-// finds the handle unknown; or it finds the stream closed.
+// A write either precedes the close, and its text is in the file, or it loses the race: the handle
+// is unknown, or was looked up before the close and its file is closed.
 TEST_F(Races, OfWritersAndACloseEndInOneOfThreeWays) {
   for (std::size_t round = 0; round < kRounds; ++round) {
     const fs::path file = scratch / "file";
@@ -174,8 +175,8 @@ TEST_F(Races, OfPublicationsShowEveryReaderAWholeVersion) {
   EXPECT_EQ(namesIn(scratch.path()), "index");
 }
 
-// Processes count on their own, so each uses up other numbers first: two that are at the same
-// number would write into one temporary, against which nothing guards.
+// The number in the name of a temporary is counted per process. Each process starts at another
+// number, because nothing protects two processes that write to the same temporary.
 TEST_F(Races, OfPublishingProcessesShowEveryReaderAWholeVersion) {
   const fs::path target = scratch.folder("inner") / "index";
   publish(target, 0);
@@ -188,39 +189,39 @@ TEST_F(Races, OfPublishingProcessesShowEveryReaderAWholeVersion) {
       for (std::size_t round = 0;; ++round) publish(target, round);
     };
   };
-  Other one(publishing(0));
-  Other two(publishing(1));
-  Other three(publishing(2));
+  OtherProcess one(publishing(0));
+  OtherProcess two(publishing(1));
+  OtherProcess three(publishing(2));
   for (std::size_t reading = 0; reading < 20 * kRounds; ++reading) {
     const Scope objectsOfThisReading;
     ASSERT_TRUE(isWhole(text(quen_io_FileReader__readAllTextPath(target.c_str()))));
   }
-  for (Other* each : {&one, &two, &three}) each->kill();
-  fs::remove_all(scratch / "inner");  // temporaries of the dead are nobody's
+  for (OtherProcess* each : {&one, &two, &three}) each->kill();
+  fs::remove_all(scratch / "inner");  // with the temporaries of the killed processes
 }
 
 TEST_F(Races, OfAPublisherAndItsDeathLeaveAWholeVersion) {
   const fs::path target = scratch.folder("inner") / "index";
   publish(target, 0);
   for (std::size_t round = 0; round < kRounds; ++round) {
-    Other publisher([&] {
+    OtherProcess publisher([&] {
       for (std::size_t number = round;; ++number) publish(target, number);
     });
     pause(generator.below(3000));
     publisher.kill();
     ASSERT_TRUE(isWhole(contents(target))) << generator.describe();
   }
-  fs::remove_all(scratch / "inner");  // temporaries of the dead are nobody's
+  fs::remove_all(scratch / "inner");  // with the temporaries of the killed processes
 }
 
-// Every name that is listed was there at some time, none twice, and those that stay are never
-// missing.
+// readdir(3) does not specify whether it returns entries created or removed meanwhile, but no name
+// may come twice and no lasting entry may be missing.
 TEST_F(Races, OfAListingAndChangesListWhatStays) {
   const fs::path folder = scratch.folder("folder");
   for (int number = 0; number < 100; ++number) {
     scratch.file("folder/stays-" + std::to_string(number));
   }
-  const Other changing([&] {
+  const OtherProcess changing([&] {
     for (std::size_t number = 0;; ++number) {
       const std::string name = folder / ("passes-" + std::to_string(number % 50));
       close(open(name.c_str(), O_CREAT | O_WRONLY, 0600));
@@ -242,14 +243,14 @@ TEST_F(Races, OfAListingAndChangesListWhatStays) {
   }
 }
 
-// Somebody puts a link to a folder outside in the place of a folder of the tree, and back.
+// Another process exchanges a folder in the tree with a link to a folder outside, over and over.
 TEST_F(Races, OfARemovalAndALinkNeverTouchWhatIsOutside) {
   const fs::path outside = scratch.folder("outside");
   scratch.file("outside/kept", "kept");
   scratch.link("link", outside);
   const std::string inner = scratch / "tree/inner";
   const std::string link = scratch / "link";
-  const Other swapping([&] {
+  const OtherProcess swapping([&] {
     for (;;) renameat2(AT_FDCWD, link.c_str(), AT_FDCWD, inner.c_str(), RENAME_EXCHANGE);
   });
   for (std::size_t round = 0; round < kRounds; ++round) {
@@ -258,20 +259,20 @@ TEST_F(Races, OfARemovalAndALinkNeverTouchWhatIsOutside) {
       std::fclose(std::fopen((inner + "/" + std::to_string(number)).c_str(), "w"));
     }
     quen_io_FolderPath__removeAllNative((scratch / "tree").c_str());
-    raised();  // the swap may well make it fail
-    // A file above may have been made through the link, but what was there before stays.
+    raised();  // the exchange may make the removal fail
+    // The loop above may have created files through the link, but existing files must stay.
     ASSERT_EQ(contents(outside / "kept"), "kept");
     std::error_code swapped;
     while (fs::exists(scratch / "tree")) fs::remove_all(scratch / "tree", swapped);
   }
 }
 
-// Each child is the first of its process to ask.
-TEST_F(Races, DISABLED_OfTheFirstQuestionsProtectTheHome) {
+// The homes are read at the first call in a process, so each round needs a child.
+TEST_F_IN_FRESH_PROCESS(Races, OfFirstCallsOfTheGuardProtectTheHome) {
   setenv("HOME", scratch.folder("home").c_str(), 1);
   unsetenv("QUEN_HOME");
   for (std::size_t round = 0; round < kRounds; ++round) {
-    Other asking([&] {
+    OtherProcess caller([&] {
       std::atomic<int> wrong{0};
       {
         std::latch start(kThreads);
@@ -286,20 +287,16 @@ TEST_F(Races, DISABLED_OfTheFirstQuestionsProtectTheHome) {
       }
       std::_Exit(wrong);
     });
-    ASSERT_EQ(asking.ending(), 0);
+    ASSERT_EQ(caller.wait(), 0);
   }
 }
 
-TEST_F(Races, OfTheFirstQuestionsProtectTheHome) {
-  inFreshProcess("Races.DISABLED_OfTheFirstQuestionsProtectTheHome");
-}
-
-// Threads go on writing while the process exits normally. What they wrote is in the file line by
-// line, and nothing crashes.
+// Threads write while the process runs its exit handlers. The process does not crash, and the file
+// consists of whole lines.
 TEST_F(Races, OfAnExitAndWritersLeaveWholeLines) {
   const fs::path file = scratch / "file";
   for (std::size_t round = 0; round < kRounds; ++round) {
-    Other leaving([&] {
+    OtherProcess exiting([&] {
       const std::int64_t handle = quen_io_FileWriter__openPath(file.c_str(), 0);
       for (int thread = 0; thread < kThreads; ++thread) {
         std::thread([handle] {
@@ -309,7 +306,7 @@ TEST_F(Races, OfAnExitAndWritersLeaveWholeLines) {
       pause(generator.below(1000));
       std::exit(0);
     });
-    ASSERT_EQ(leaving.ending(), 0);
+    ASSERT_EQ(exiting.wait(), 0);
     std::istringstream lines(contents(file));
     for (std::string line; std::getline(lines, line);) {
       ASSERT_EQ(line, lines.eof() ? line : "a whole line");

@@ -1,5 +1,5 @@
-// What a test at the boundary needs: a scope for its objects, a scratch folder, and the answers of
-// entry points in a form that can be compared.
+// The fixture of tests that call entry points: it owns the objects they create and a scratch
+// folder, and turns results and exceptions into strings that can be compared.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,15 +15,17 @@ namespace quen::tests {
 class BoundaryTest : public testing::Test {
  protected:
   BoundaryTest() { small::takeException(); }
-  ~BoundaryTest() override { EXPECT_EQ(raised(), "") << "nobody asked for this exception"; }
+  ~BoundaryTest() override {
+    EXPECT_EQ(raised(), "") << "an exception that the test did not expect";
+  }
 
-  // Takes what was raised: "IOException: Cannot open file"; "" when nothing was.
+  // Takes the raised exception: "IOException: Cannot open file", or "" when there is none.
   static std::string raised() {
     const std::optional<small::Exception> exception = small::takeException();
     return exception ? exception->className + ": " + exception->message : "";
   }
 
-  // The bytes of a String that an entry point returned; fails the test for any other object.
+  // The bytes of a returned String; fails the test for any other object.
   static std::string text(void* string) {
     EXPECT_EQ(small::className(string), "String");
     return small::stringBytes(string);

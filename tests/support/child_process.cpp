@@ -17,7 +17,7 @@ namespace {
 
 constexpr int kNobody = 65534;
 
-// A filter that matches nothing would pass.
+// GoogleTest passes when its filter matches no test, so the name is looked up first.
 bool isTest(std::string_view name) {
   const testing::UnitTest& all = *testing::UnitTest::GetInstance();
   for (int i = 0; i < all.total_test_suite_count(); ++i) {
@@ -29,8 +29,8 @@ bool isTest(std::string_view name) {
   return false;
 }
 
-// 0 when the child ended well.
-int outcomeOf(pid_t child) {
+// The wait status: 0 when the child exited with status 0.
+int waitStatusOf(pid_t child) {
   int status = 0;
   while (waitpid(child, &status, 0) == -1 && errno == EINTR) continue;
   return status;
@@ -47,7 +47,7 @@ void inChild(const std::function<void()>& body) {
     static_cast<void>(std::fflush(nullptr));
     _exit(testing::Test::HasFailure() ? 1 : 0);
   }
-  EXPECT_EQ(outcomeOf(child), 0) << "the child failed";
+  EXPECT_EQ(waitStatusOf(child), 0) << "the child failed";
 }
 
 void inUnprivilegedChild(const std::function<void()>& body) {
@@ -67,7 +67,7 @@ void inFreshProcess(std::string_view test) {
   const pid_t child = fork();
   ASSERT_NE(child, -1);
   if (child == 0) {
-    // An emulated processor's programs are run by their emulator.
+    // Under user-mode emulation /proc/self/exe names the test program, which needs its emulator.
     const char* emulator = std::getenv("QUEN_IO_EMULATOR");
     const std::string program = std::filesystem::read_symlink("/proc/self/exe");
     const std::string command =
@@ -76,7 +76,12 @@ void inFreshProcess(std::string_view test) {
     execl("/bin/sh", "sh", "-c", ("exec " + command).c_str(), static_cast<char*>(nullptr));
     _exit(127);
   }
-  EXPECT_EQ(outcomeOf(child), 0) << test << " failed in a process of its own";
+  EXPECT_EQ(waitStatusOf(child), 0) << test << " failed in its fresh process";
+}
+
+void runDisabledTwinInFreshProcess() {
+  const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
+  inFreshProcess(std::string(test.test_suite_name()) + ".DISABLED_" + test.name());
 }
 
 }  // namespace quen::tests

@@ -1,4 +1,4 @@
-// What tests on generated input share: where the sequence begins, and how long it is.
+// Random input for tests: a seed that can be reproduced, and fewer inputs under sanitizers.
 #pragma once
 
 #include <cstddef>
@@ -11,16 +11,16 @@
 
 namespace quen::tests {
 
-// Sanitizers slow every call down; a tenth of the inputs keeps a run with them as short.
+// Sanitizers slow each call down, so that a tenth of the inputs takes about as long.
 constexpr std::size_t generatedInputs(std::size_t count) { return kSanitized ? count / 10 : count; }
 
-// Another sequence on every run. A failing test names its seed, and QUEN_IO_SEED=<seed> brings the
-// same sequence back.
+// Every run has another seed. A failing test prints its seed, and QUEN_IO_SEED=<seed> reproduces
+// the sequence.
 class Generator {
  public:
   std::string describe() const { return "QUEN_IO_SEED=" + std::to_string(seed_); }
 
-  // One of `count` numbers from 0 on.
+  // A number from 0 to `count` - 1.
   std::size_t below(std::size_t count) { return random_() % count; }
   bool coin() { return below(2) == 0; }
 

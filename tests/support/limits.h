@@ -1,4 +1,4 @@
-// Limits that a test sets to its own process.
+// Limits that a test sets for its own process.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,11 +7,13 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstddef>
+#include <fstream>
 
 namespace quen::tests {
 
-// Lets files grow to this size and no further, for as long as it lives: what goes beyond fails, and
-// what is already there stays. Output of the process counts, too, so it is for a child process.
+// Sets RLIMIT_FSIZE for its lifetime: writes beyond this size fail with EFBIG, existing data stays.
+// The limit also applies to the output of the process, so use it in a child process.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(rlim_t size) {
@@ -21,14 +23,13 @@ class FileSizeLimit {
     EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
   }
   ~FileSizeLimit() { EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before_), 0); }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(FileSizeLimit&&) = delete;  // neither copyable nor movable
 
  private:
   rlimit before_{};
 };
 
-// Allows this many open files from here on, if the system does.
+// Raises the limit of open files to this count, if the hard limit allows it.
 inline bool allowOpenFiles(rlim_t count) {
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_max < count) return false;
@@ -36,17 +37,25 @@ inline bool allowOpenFiles(rlim_t count) {
   return setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
-// Ends the process when a test waits for what never comes, so that it fails instead of hanging. No
-// test passes or fails by how long it takes.
+// Kills the process with SIGALRM when a test waits for an event that never comes, so that it fails
+// instead of hanging. No test asserts how long anything takes.
 class Watchdog {
  public:
   Watchdog() { alarm(kSeconds); }
   ~Watchdog() { alarm(0); }
-  Watchdog(const Watchdog&) = delete;
-  Watchdog& operator=(const Watchdog&) = delete;
+  Watchdog& operator=(Watchdog&&) = delete;  // neither copyable nor movable
 
  private:
   static constexpr unsigned kSeconds = 120;
 };
+
+// Leaves this process so many bytes of memory beside what it has mapped. For a child process.
+inline void limitMemory(std::size_t bytes) {
+  std::size_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  const rlim_t all = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) + bytes;
+  const rlimit limit{.rlim_cur = all, .rlim_max = all};
+  EXPECT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
+}
 
 }  // namespace quen::tests

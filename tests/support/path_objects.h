@@ -1,4 +1,4 @@
-// What can be seen of a path object, in a form that can be compared and printed.
+// The observable state of a path object, in a form that can be compared and printed.
 #pragma once
 
 #include <optional>
@@ -9,21 +9,21 @@
 
 namespace quen::tests {
 
-struct Seen {
+struct PathState {
   std::optional<std::string> text;  // none for null and for an object without a path
   bool folder = false;
   bool parentTraversal = false;
 
-  bool operator==(const Seen&) const = default;
+  bool operator==(const PathState&) const = default;
 };
 
-inline std::ostream& operator<<(std::ostream& stream, const Seen& seen) {
-  if (!seen.text) return stream << "no path";
-  return stream << (seen.folder ? "folder \"" : "non-folder \"") << *seen.text << '"'
-                << (seen.parentTraversal ? " with parent traversal" : "");
+inline std::ostream& operator<<(std::ostream& stream, const PathState& state) {
+  if (!state.text) return stream << "no path";
+  return stream << (state.folder ? "folder \"" : "non-folder \"") << *state.text << '"'
+                << (state.parentTraversal ? " with parent traversal" : "");
 }
 
-inline Seen seen(void* path) {
+inline PathState stateOf(void* path) {
   return {small::pathText(path), small::isFolderPath(path), small::hasParentTraversal(path)};
 }
 

@@ -1,4 +1,4 @@
-// Whether this is a build with a sanitizer, which is slower and keeps memory of its own.
+// Whether this build uses a sanitizer, which is slower and has an allocator of its own.
 #pragma once
 
 namespace quen::tests {
@@ -13,6 +13,12 @@ inline constexpr bool kSanitized = false;
 #endif
 #else
 inline constexpr bool kSanitized = false;
+#endif
+
+#ifdef __SANITIZE_THREAD__
+inline constexpr bool kThreadSanitized = true;
+#else
+inline constexpr bool kThreadSanitized = false;
 #endif
 
 }  // namespace quen::tests

@@ -18,7 +18,7 @@ namespace quen::tests {
 ScratchFolder::ScratchFolder() {
   std::string name = fs::temp_directory_path() / "quen-io-test-XXXXXX";
   if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no scratch folder: " + name);
-  // Spelled as the system would, so that canonical forms can be compared with it.
+  // In canonical form, so that tests can compare canonical paths with it.
   path_ = fs::canonical(name);
 }
 

@@ -1,4 +1,4 @@
-// A private folder of one test, removed with everything in it when the test ends.
+// A temporary folder of one test, removed with its contents when the test ends.
 #pragma once
 
 #include <filesystem>
@@ -11,16 +11,15 @@ class ScratchFolder {
  public:
   ScratchFolder();
 
-  // Fails the test when a temporary of a publication stayed behind.
+  // Fails the test when a temporary file of an atomic write is left behind.
   ~ScratchFolder();
 
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(ScratchFolder&&) = delete;  // neither copyable nor movable
 
   const std::filesystem::path& path() const { return path_; }
   std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
 
-  // Each makes an entry of this name and returns its path.
+  // Each creates an entry of this name and returns its path.
   std::filesystem::path file(std::string_view name, std::string_view content = "") const;
   std::filesystem::path folder(std::string_view name) const;
   std::filesystem::path link(std::string_view name, const std::filesystem::path& target) const;

@@ -1,5 +1,5 @@
-// What well-formed UTF-8 is, told in another way than the validator does: by the table of
-// well-formed byte sequences, with the place of a fault looked for afterwards.
+// A slow reference for UTF-8 validation: it looks each sequence up in the table of well-formed byte
+// sequences (table 3-7 of the Unicode standard) and determines the offset of a fault afterwards.
 #pragma once
 
 #include <cstddef>
