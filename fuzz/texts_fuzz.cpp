@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-#include "contents/text.h"
+#include "contents/utf8.h"
 #include "fuzz/fuzz.h"
 #include "quen/io/entry_points.h"
 #include "tests/support/utf8_model.h"

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "bench/contestants/contestant.h"
-#include "contents/text.h"
+#include "contents/utf8.h"
 
 using namespace quen::bench;
 

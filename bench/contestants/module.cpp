@@ -2,7 +2,7 @@
 // show it together with reading a file.
 
 #include "bench/contestants/entry_points.h"
-#include "contents/text.h"
+#include "contents/utf8.h"
 #include "quen/io/entry_points.h"
 
 namespace {

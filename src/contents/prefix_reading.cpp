@@ -1,25 +1,28 @@
-// The beginning of a file as text, for whoever sniffs a header or previews a large file. A
-// character that the limit cuts in two is left out whole instead of being reported.
+// The beginning of a file as text, to detect its format or to preview a large file. A character
+// that the limit cuts in two is left out whole instead of being reported.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 
-#include "contents/text.h"
-#include "contents/unbuffered_file.h"
+#include "contents/text_reading.h"
 #include "conventions.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
+#include "system/descriptor.h"
 
 using namespace quen::io;
 
 namespace {
 
-// How long a sequence the byte announces, by its high bits alone: looser than the validator on
-// purpose, so that a cut-off C0 or F5 goes silently, too. 0 for a byte that announces nothing.
+// How much memory is zeroed before it is read into.
+constexpr std::size_t kChunkSize = 65'536;
+
+// The length of the sequence that a lead byte announces, by its high bits alone: looser than the
+// validator on purpose, so that a truncated C0 or F5 is dropped silently, too. 0 for a byte that is
+// no lead.
 std::size_t announcedLength(unsigned char byte) {
   if ((byte & 0xE0u) == 0xC0u) return 2;
   if ((byte & 0xF0u) == 0xE0u) return 3;
@@ -29,7 +32,7 @@ std::size_t announcedLength(unsigned char byte) {
 
 bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0u) == 0x80u; }
 
-// A tail with more continuation bytes than its lead asks for stays: the validator reports it.
+// A tail with more continuation bytes than its lead announces stays: the validator reports it.
 void dropIncompleteTail(std::string& text) {
   if (text.empty()) return;
 
@@ -40,25 +43,37 @@ void dropIncompleteTail(std::string& text) {
   }
 }
 
+// Reads up to `limit` bytes, or to the end of the file; false when the system fails to read. Memory
+// is reserved for all of them at once, and zeroed chunk by chunk: of a large limit, a small file
+// touches little.
+bool readUpTo(std::size_t limit, const Descriptor& file, std::string& text) {
+  reserve(text, limit);
+  while (text.size() < limit) {
+    const std::size_t before = text.size();
+    text.resize(std::min(limit, before + kChunkSize));
+    const std::size_t wanted = text.size() - before;
+    const auto [count, failed] = file.read({text.data() + before, wanted});
+    if (failed) return false;
+    text.resize(before + count);
+    if (count < wanted) break;
+  }
+  return true;
+}
+
 std::string readTextFilePrefixOrRaise(const char* path, std::int64_t limit) {
   if (!requirePath(path, "File path is empty")) return {};
   if (limit <= 0) return {};
 
-  UnbufferedFile file(Quen_runtimeFsPath(path));
+  const Descriptor file = Descriptor::openToRead(Quen_runtimeFsPath(path));
   if (!file.isOpen()) {
     raiseIOException("Cannot open file");
     return {};
   }
-  const auto bytes =
-      std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(limit) + kSlowDistances);
-  const std::optional<std::size_t> delivered = file.read(bytes.get(), limit);
-  if (!delivered) {
+  std::string prefix;
+  if (!readUpTo(static_cast<std::size_t>(limit), file, prefix)) {
     raiseIOException("Failed to read file");
     return {};
   }
-  std::string prefix;
-  prefix.reserve(*delivered + kSlowDistances);
-  prefix.assign(bytes.get(), *delivered);
   dropIncompleteTail(prefix);
   return validUtf8OrRaise({std::move(prefix)});
 }

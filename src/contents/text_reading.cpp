@@ -1,101 +1,124 @@
 // Whole files as text that is checked to be UTF-8. Bytes are bytes: no byte-order mark is removed,
 // no line ending converted, no NUL dropped.
 //
-// A file is read piece by piece, each copied and checked while the processor still has it at hand.
+// A file is read straight into the text, and each chunk is validated while it is in the cache.
+
+#include "contents/text_reading.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <ios>
 #include <iterator>
+#include <new>
+#include <span>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
 
-#include "contents/text.h"
+#include "contents/utf8.h"
 #include "conventions.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
+#include "system/descriptor.h"
+#include "system/huge_pages.h"
 
 using namespace quen::io;
 
 namespace {
 
-// What a file is asked for at once. One that has less is never asked for its size, and the
-// second-level cache holds a piece together with what is done with it.
-constexpr std::size_t kPiece = 65'536;
+// memcpy and the kernel's copy to user space suffer from 4 KiB aliasing when the target lies less
+// than 32 bytes behind the source modulo 4096: some processors copy several times more slowly. Two
+// blocks whose size is a multiple of 4 KiB, allocated in a row, lie 16 bytes apart modulo 4096,
+// unless they have this much spare capacity.
+constexpr std::size_t kAliasingDistance = 32;
 
-// An open file that is read from its beginning to its end, which is also where the system fails to
-// read it. Its own buffer is what the pieces are taken from, so that none is copied twice.
-class Pieces : private std::filebuf {
+// What a std::filebuf asks for. It is no multiple of 8, so that kernel files that consist of
+// records
+// (/proc/self/pagemap) refuse it with EINVAL, as they refuse a filebuf. A file that is smaller is
+// never asked for its size.
+constexpr std::size_t kFirstRequest = 8'191;
+
+// A chunk stays in the second-level cache from its reading to its validation.
+constexpr std::size_t kChunkSize = 65'536;
+
+// How much is reserved at most on the claim of the system alone: a sparse file claims up to 2^63-1
+// bytes. Beyond that, memory grows with what was read.
+constexpr std::size_t kMostClaimed = std::size_t{1} << 30;
+
+// A text that grows by being read into. A std::string would zero the room for it first; the put
+// area of a std::stringbuf is the spare capacity of its string as it is, and str() && hands the
+// string out without a copy.
+class GrowingText : private std::stringbuf {
  public:
-  // Zeroing the buffer would take as long as reading a small file.
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
-  explicit Pieces(const std::filesystem::path& path) {
-    setbuf(buffer_.bytes.data(), std::ssize(buffer_.bytes));
-    open(path, std::ios::in | std::ios::binary);
-  }
+  explicit GrowingText(std::size_t capacity) : std::stringbuf(withCapacity(capacity), kMode) {}
 
-  bool isOpen() const { return is_open(); }
+  std::string_view bytes() const { return {pbase(), pptr()}; }
+  std::span<char> room() const { return {pptr(), epptr()}; }
 
-  // The bytes that follow, until the next call. Empty at the end.
-  std::string_view next() {
-    setg(eback(), egptr(), egptr());
+  // The first bytes of the room have been written.
+  void add(std::size_t count) { pbump(static_cast<int>(count)); }
+
+  // A claim is no reason to fail: without the memory for it, the room is doubled.
+  void makeRoom(std::size_t claimed) {
+    std::string text = take();
     try {
-      if (underflow() == traits_type::eof()) return {};
-    } catch (const std::ios_base::failure&) {
-      return {};
+      reserve(text, std::max(2 * text.size(), std::min(claimed, kMostClaimed)));
+    } catch (const std::bad_alloc&) {
+      reserve(text, 2 * text.size());
     }
-    return {gptr(), egptr()};
+    adviseHugePages({text.data(), text.capacity()});
+    str(std::move(text));
   }
 
-  // How many bytes the file says to have, after one whole piece of it, which stays as it is. 0 if
-  // it does not know, as a pipe.
-  std::size_t size() {
-    const std::streamoff end = seekoff(0, std::ios::end, std::ios::in);
-    seekpos(kPiece, std::ios::in);
-    return static_cast<std::size_t>(std::max<std::streamoff>(end, 0));
-  }
+  std::string take() { return static_cast<std::stringbuf&&>(*this).str(); }
 
  private:
-  // The system copies from the beginning of its pages to that of `bytes`, and from there a text is
-  // copied to a little behind the beginning of a page: neither is one of the slow distances. The
-  // stream leaves the last byte unused.
-  struct alignas(4096) Buffer {
-    std::array<char, 2 * kSlowDistances> spare;
-    std::array<char, kPiece + 1> bytes;
-  };
+  static constexpr std::ios::openmode kMode = std::ios::out | std::ios::app;
 
-  Buffer buffer_;
+  static std::string withCapacity(std::size_t capacity) {
+    std::string text;
+    reserve(text, capacity);
+    return text;
+  }
 };
+
+// Reads up to so many bytes more, and validates as far as possible. False at the end of the file.
+bool readOn(const Descriptor& file, std::size_t most, GrowingText& text, std::size_t& wellFormed) {
+  const std::span<char> room = text.room().first(std::min(most, text.room().size()));
+  const std::size_t count = file.read(room).count;
+  text.add(count);
+  wellFormed = passWellFormed(text.bytes(), wellFormed);
+  return count == room.size();
+}
 
 }  // namespace
 
 namespace quen::io {
 
+void reserve(std::string& text, std::size_t size) {
+  text.reserve(size < text.max_size() - kAliasingDistance ? size + kAliasingDistance : size);
+}
+
 // A read that fails ends the text like the end of the file: what was read until then is the text.
-// That makes a directory an empty one.
+// That makes a directory, which can be opened and not read, an empty one.
 FileText readTextFileOrRaise(const char* path) {
   if (!requirePath(path, "File path is empty")) return {};
 
-  Pieces pieces(Quen_runtimeFsPath(path));
-  if (!pieces.isOpen()) {
+  const Descriptor file = Descriptor::openToRead(Quen_runtimeFsPath(path));
+  if (!file.isOpen()) {
     raiseIOException("Cannot open file");
     return {};
   }
-  FileText text;
-  for (std::string_view piece = pieces.next(); !piece.empty(); piece = pieces.next()) {
-    if (text.bytes.empty()) {
-      const std::size_t size = piece.size() < kPiece ? 0 : pieces.size();
-      text.bytes.reserve(std::max(size, piece.size()) + kSlowDistances);
+  GrowingText text(kFirstRequest);
+  std::size_t wellFormed = 0;
+  if (readOn(file, kFirstRequest, text, wellFormed)) {
+    text.makeRoom(file.claimedSize());
+    while (readOn(file, kChunkSize, text, wellFormed)) {
+      if (text.room().empty()) text.makeRoom(0);
     }
-    text.bytes += piece;
-    text.wellFormed = passWellFormed(text.bytes, text.wellFormed);
   }
-  return text;
+  return {text.take(), wellFormed};
 }
 
 std::string validUtf8OrRaise(FileText text) {

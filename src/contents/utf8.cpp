@@ -1,9 +1,10 @@
 // The one UTF-8 validator of the module.
 //
-// A text is passed over in blocks first. The test of a block is a plain loop over its bytes without
-// a branch, which compilers turn into vector instructions, and it answers only whether the block is
-// well-formed. What is left, a fault to be located or the last bytes of a text, is read sequence by
-// sequence.
+// A text is validated in blocks first. The test of a block consists of loops over its bytes without
+// branches, which compilers vectorize, and it tells only whether the block is well-formed. The
+// rest, a fault to be located or the last bytes of a text, is decoded sequence by sequence.
+
+#include "contents/utf8.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -11,11 +12,11 @@
 #include <cstring>
 #include <string_view>
 
-#include "contents/text.h"
-
-// Compiles a function twice, and chooses when the module is loaded. What it calls has to be
-// compiled into it. The choice is made before the thread sanitizer is ready to watch it, and
-// coverage is that of one form.
+// Function multiversioning (GCC's target_clones): the function is compiled for AVX2 and for the
+// baseline, and an ifunc resolver chooses when the module is loaded. Callees have to be inlined to
+// be compiled for AVX2, too. Off under the thread sanitizer, whose runtime is not initialized yet
+// when the resolver runs, and for coverage, which would see only the version that this processor
+// takes.
 #if defined(__SANITIZE_THREAD__)
 #define QUEN_IO_THREAD_SANITIZER 1
 #elif defined(__has_feature)
@@ -38,7 +39,7 @@ using Byte = unsigned char;
 
 const Byte* bytesOf(std::string_view text) { return reinterpret_cast<const Byte*>(text.data()); }
 
-// Sequence by sequence.
+// Decoding sequence by sequence.
 
 // A lead byte announces how long its sequence is, brings the first bits of the code point, and sets
 // the smallest code point that needs this length.
@@ -62,10 +63,10 @@ bool isEncodable(std::uint32_t codePoint, std::uint32_t smallest) {
   return codePoint >= smallest && codePoint <= 0x10FFFF && !surrogate;
 }
 
-// Reads the sequences that begin before `until`, from the one at `i` on. Gives the offset of the
-// first fault, or of what follows the last sequence. A text that ends too soon is at fault at its
-// lead, whatever the bytes behind it are: length comes before continuation, and continuation before
-// range.
+// Decodes the sequences that begin before `until`, from the one at `i` on. Returns the offset of
+// the first fault, or of the byte after the last sequence. The length is checked first, then the
+// continuation bytes, then the range: the fault of a sequence that the end of the text cuts off is
+// at its lead, whatever bytes follow it.
 std::size_t readSequences(std::string_view text, std::size_t i, std::size_t until) {
   const Byte* bytes = bytesOf(text);
   while (i < until) {
@@ -87,8 +88,8 @@ std::size_t readSequences(std::string_view text, std::size_t i, std::size_t unti
   return i;
 }
 
-// Block by block. A byte is judged by itself and by the three bytes before it, which may lie before
-// the block. Several short loops are faster than one: each keeps its few constants in registers.
+// Testing block by block. A byte is tested together with the three bytes before it, which may lie
+// before the block. Several short loops are faster than one: each keeps its constants in registers.
 
 constexpr std::size_t kPredecessors = 3;
 constexpr std::size_t kBlock = 256;
@@ -122,7 +123,7 @@ QUEN_IO_INLINE Byte highestByte(const Byte* block) {
   return highest;
 }
 
-// Continuation bytes stand where a lead before them asks for one, and nowhere else.
+// There are continuation bytes exactly where a lead byte before them announces one.
 template <std::size_t kSize, std::size_t kLongest>
 QUEN_IO_INLINE bool hasContinuationsInPlace(const Byte* block) {
   const Byte* one = block - 1;
@@ -139,7 +140,7 @@ QUEN_IO_INLINE bool hasContinuationsInPlace(const Byte* block) {
   return misplaced < kTopBit;
 }
 
-// No C0 and no C1: they could only begin overlong sequences.
+// No C0 and no C1, which could only begin overlong sequences.
 template <std::size_t kSize>
 QUEN_IO_INLINE bool hasNoOverlongPairs(const Byte* block) {
   Byte nearest = 0xFF;
@@ -149,8 +150,8 @@ QUEN_IO_INLINE bool hasNoOverlongPairs(const Byte* block) {
   return nearest > 1;
 }
 
-// Behind the lead kLow no continuation byte is below the bound (overlong), and behind the lead
-// kHigh none is from the bound on (a surrogate, or too large).
+// After the lead kLow no continuation byte is below the bound (overlong), and after the lead kHigh
+// none is at or above the bound (a surrogate, or above U+10FFFF).
 template <std::size_t kSize, Byte kLow, Byte kHigh, Byte kBound>
 QUEN_IO_INLINE bool hasSecondBytesInRange(const Byte* block) {
   constexpr auto kSignedBound = static_cast<signed char>(kBound);
@@ -164,8 +165,8 @@ QUEN_IO_INLINE bool hasSecondBytesInRange(const Byte* block) {
   return nearest > 0;
 }
 
-// The highest byte tells how long the sequences can be, and so which tests are needed. Without a
-// branch between them the tests run side by side.
+// The highest byte tells how long the sequences can be, and so which tests are needed. Without
+// branches between them, the processor runs the tests in parallel.
 template <std::size_t kSize>
 QUEN_IO_INLINE bool isWellFormed(const Byte* block) {
   const Byte highestBefore = std::max(std::max(block[-1], block[-2]), block[-3]);
@@ -183,8 +184,8 @@ QUEN_IO_INLINE bool isWellFormed(const Byte* block) {
   return good & hasContinuationsInPlace<kSize, 4>(block) & (highest < 0xF5);
 }
 
-// Where the blocks from `at` on stop being well-formed, or fewer bytes than a block are left. The
-// last block overlaps the one before it.
+// Tests block by block from `at` on, and returns the offset of the first block that is not
+// well-formed, or `size`. An incomplete last block is tested as the last kSize bytes of the text.
 template <std::size_t kSize>
 QUEN_IO_INLINE std::size_t passBlocks(const Byte* bytes, std::size_t at, std::size_t size) {
   while (size - at >= kSize && isWellFormed<kSize>(bytes + at)) at += kSize;
@@ -198,8 +199,8 @@ std::size_t passBlocksOfEitherSize(const Byte* bytes, std::size_t at, std::size_
                                         : passBlocks<kSmallBlock>(bytes, at, size);
 }
 
-// Where the sequence begins that `at` cuts in two, or `at` when it cuts none. The bytes before it
-// are well-formed otherwise.
+// The offset of the lead of the sequence that `at` cuts in two, or `at` if it cuts none. The bytes
+// before `at` are well-formed up to that lead.
 std::size_t sequenceStart(const Byte* bytes, std::size_t at) {
   if (bytes[at - 1] >= 0xC0) return at - 1;
   if (bytes[at - 2] >= 0xE0) return at - 2;
@@ -209,7 +210,7 @@ std::size_t sequenceStart(const Byte* bytes, std::size_t at) {
 
 }  // namespace
 
-// The first bytes, which have too few before them, are read as sequences.
+// The first bytes, which have fewer than three before them, are decoded as sequences.
 std::size_t passWellFormed(std::string_view text, std::size_t from) {
   if (text.size() < kPredecessors + kSmallBlock) return from;
   const std::size_t start = std::max(from, readSequences(text, from, kPredecessors));

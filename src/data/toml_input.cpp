@@ -1,10 +1,12 @@
-// What TOML demands of a document's bytes: UTF-8, and no raw U+0000. Parsing is done elsewhere, but
-// its users see one class of exception for all malformed input.
+// What TOML requires of a document's bytes: UTF-8, and no raw U+0000. Byte-order marks and other
+// control characters are left to the parser. Its users see one class of exception for all malformed
+// input.
 
 #include <cstdint>
 #include <string>
 
-#include "contents/text.h"
+#include "contents/text_reading.h"
+#include "contents/utf8.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
@@ -13,7 +14,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include "quen/io/entry_points.h"
@@ -23,17 +23,17 @@
 #include "tests/support/child_process.h"
 #include "tests/support/generator.h"
 #include "tests/support/process_state.h"
+#include "tests/support/sanitized.h"
+#include "tests/support/system_calls.h"
+#include "tests/support/threads.h"
+#include "tests/support/utf8_model.h"
 
 namespace fs = std::filesystem;
 using namespace quen::small;
+using namespace quen::tests;
 using namespace std::string_literals;
 
 namespace {
-
-using quen::tests::contents;
-using quen::tests::inUnprivilegedChild;
-using quen::tests::kSanitized;
-using quen::tests::openFiles;
 
 constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
@@ -42,7 +42,7 @@ std::string invalidAt(std::size_t offset) {
   return "IOException: File is not valid UTF-8 at byte " + std::to_string(offset);
 }
 
-class ReadPrefix : public quen::tests::BoundaryTest {
+class ReadPrefix : public BoundaryTest {
  protected:
   static std::string prefix(const fs::path& path, std::int64_t limit) {
     return text(quen_io_FileReader__readPrefixPath(path.c_str(), limit));
@@ -59,7 +59,7 @@ class ReadPrefix : public quen::tests::BoundaryTest {
     return false;
   }
 
-  // What is read of a file with these bytes, or what is raised instead.
+  // The prefix read from a file with these bytes, or the raised exception.
   std::string prefixOf(const std::string& bytes, std::int64_t limit) const {
     const std::string read = prefix(scratch.file("file", bytes), limit);
     const std::string exception = raised();
@@ -169,7 +169,8 @@ TEST_F(ReadPrefix, DropsATailThatIsIncomplete) {
   }
 }
 
-// What could never become a character is dropped like what could.
+// An incomplete sequence at the end is dropped by its lead byte alone, even if no byte could
+// complete it.
 TEST_F(ReadPrefix, DropsATailThatNoByteCouldComplete) {
   for (const std::string tail : {"\xC0", "\xC1", "\xE0\x80", "\xED\xA0", "\xF0\x80\x80", "\xF4\x90",
                                  "\xF5", "\xF5\x80", "\xF6\x80\x80", "\xF7\xBF\xBF"}) {
@@ -245,14 +246,14 @@ TEST_F(ReadPrefix, DropsOneTailOnly) {
 }
 
 TEST_F(ReadPrefix, WritesTheOffsetInPlainDigits) {
-  quen::tests::inChild([this] {
-    quen::tests::groupDigits();
+  inChild([this] {
+    groupDigits();
     EXPECT_EQ(prefixOf(std::string(12'345, 'a') + "\xFF", 20'000),
               "IOException: File is not valid UTF-8 at byte 12345");
   });
 }
 
-// The whole-file reader reports these tails.
+// The whole-file reader rejects these incomplete sequences.
 TEST_F(ReadPrefix, AcceptsTailsThatTheWholeFileReaderRefuses) {
   for (const std::string bytes : {"A\xC3", "A\xC0", "A\xF5\x80"}) {
     EXPECT_EQ(prefixOf(bytes, 100), "A");
@@ -261,50 +262,32 @@ TEST_F(ReadPrefix, AcceptsTailsThatTheWholeFileReaderRefuses) {
   }
 }
 
-// Against a plain model: what the bytes are, one rule a line, by the table of well-formed
-// sequences.
+// Random and exhaustive input, compared with a slow reference.
 
 bool within(const std::string& text, std::size_t index, int low, int high) {
   const int byte = static_cast<unsigned char>(text[index]);
   return low <= byte && byte <= high;
 }
 
-std::size_t lengthByLead(const std::string& text, std::size_t lead, int highestLead) {
+std::size_t lengthByLead(const std::string& text, std::size_t lead) {
   if (within(text, lead, 0xC0, 0xDF)) return 2;
   if (within(text, lead, 0xE0, 0xEF)) return 3;
-  if (within(text, lead, 0xF0, highestLead)) return 4;
+  if (within(text, lead, 0xF0, 0xF7)) return 4;
   return 1;
 }
 
-std::optional<std::size_t> firstFault(const std::string& text) {
-  std::size_t length = 0;
-  for (std::size_t i = 0; i < text.size(); i += length) {
-    length = lengthByLead(text, i, 0xF4);
-    if (length == 1 && !within(text, i, 0x00, 0x7F)) return i;
-    if (within(text, i, 0xC0, 0xC1) || i + length > text.size()) return i;
-    for (std::size_t k = i + 1; k < i + length; ++k) {
-      if (!within(text, k, 0x80, 0xBF)) return k;
-    }
-    if (within(text, i, 0xE0, 0xE0) && within(text, i + 1, 0x80, 0x9F)) return i;
-    if (within(text, i, 0xED, 0xED) && within(text, i + 1, 0xA0, 0xBF)) return i;
-    if (within(text, i, 0xF0, 0xF0) && within(text, i + 1, 0x80, 0x8F)) return i;
-    if (within(text, i, 0xF4, 0xF4) && within(text, i + 1, 0x90, 0xBF)) return i;
-  }
-  return std::nullopt;
-}
-
-std::string modelled(const std::string& bytes, std::size_t limit) {
+std::string expectedPrefix(const std::string& bytes, std::size_t limit) {
   std::string prefix = bytes.substr(0, limit);
   for (std::size_t lead = prefix.size(); lead-- > 0;) {
     if (within(prefix, lead, 0x80, 0xBF)) continue;
-    if (lead + lengthByLead(prefix, lead, 0xF7) > prefix.size()) prefix.resize(lead);
+    if (lead + lengthByLead(prefix, lead) > prefix.size()) prefix.resize(lead);
     break;
   }
   const std::optional<std::size_t> fault = firstFault(prefix);
   return fault ? invalidAt(*fault) : prefix;
 }
 
-// A file that never meets a disk, for contents that change thousands of times.
+// A file in memory (memfd_create), because its contents change thousands of times.
 class MemoryFile {
  public:
   MemoryFile() : descriptor_(memfd_create("generated", 0)) {}
@@ -328,13 +311,13 @@ class ReadPrefixOfGenerated : public ReadPrefix {
   static constexpr std::string_view kBytes =
       "\x41\x80\xBF\xC0\xC2\xC3\xDF\xE0\xE2\x82\xAC\xED\xA0\xF0\x9F\x98\x90\xF4\x8F\xF5\xF8\xFF";
 
-  // At every limit that cuts the bytes, and at one that does not.
+  // With every limit from 1 to one beyond the length.
   void expectAsModelled(const std::string& bytes) const {
     file.replace(bytes);
     for (std::size_t limit = 1; limit <= bytes.size() + 1; ++limit) {
       const std::string read = prefix(file.path(), static_cast<std::int64_t>(limit));
       const std::string exception = raised();
-      EXPECT_EQ(exception.empty() ? read : exception, modelled(bytes, limit))
+      EXPECT_EQ(exception.empty() ? read : exception, expectedPrefix(bytes, limit))
           << testing::PrintToString(bytes) << " up to " << limit;
     }
   }
@@ -352,16 +335,16 @@ TEST_F(ReadPrefixOfGenerated, AgreesWithAModelOnAllShortTexts) {
   }
 }
 
-// Characters among the single bytes, or hardly any text would be valid beyond its beginning.
+// Whole characters among the random bytes, because few random texts would be valid otherwise.
 TEST_F(ReadPrefixOfGenerated, AgreesWithAModelOnLongerTexts) {
   static constexpr std::array<std::string_view, 5> kCharacters = {
       "A", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF"};
-  quen::tests::Generator generator;
+  Generator generator;
 
-  for (std::size_t i = 0; i < quen::tests::generatedInputs(10'000) && !HasFailure(); ++i) {
+  for (std::size_t i = 0; i < generatedInputs(10'000) && !HasFailure(); ++i) {
     const Scope objectsOfThisText;
     std::string bytes;
-    for (std::size_t piece = generator.below(6); piece > 0; --piece) {
+    for (std::size_t characters = generator.below(6); characters > 0; --characters) {
       bytes += kCharacters[generator.below(kCharacters.size())];
     }
     if (generator.coin()) bytes += generator.text(kBytes, 4);
@@ -393,7 +376,7 @@ TEST_F(ReadPrefix, FailsWhereNothingCanBeOpened) {
     EXPECT_EQ(prefix(path, 1), "");
     EXPECT_EQ(raised(), "IOException: Cannot open file") << path;
   }
-  EXPECT_EQ(quen::tests::namesIn(scratch.path()), "dangling file loop") << "nothing was made";
+  EXPECT_EQ(namesIn(scratch.path()), "dangling file loop") << "nothing was made";
 }
 
 TEST_F(ReadPrefix, FailsWithoutPermission) {
@@ -412,7 +395,7 @@ TEST_F(ReadPrefix, FailsWithoutPermission) {
   });
 }
 
-// The whole-file readers give an empty text for it.
+// The whole-file readers return an empty text for a folder.
 TEST_F(ReadPrefix, FailsToReadADirectory) {
   EXPECT_EQ(prefix(scratch.folder("folder"), 1), "");
   EXPECT_EQ(raised(), "IOException: Failed to read file");
@@ -456,7 +439,7 @@ TEST_F(ReadPrefix, ClosesTheFileForALimitThatIsTooLarge) {
   EXPECT_EQ(openFiles(), before);
 }
 
-// The validated whole-file readers ask for it and give an empty text.
+// The whole-file readers check for a pending exception and return an empty text.
 TEST_F(ReadPrefix, DoesNotAskForAPendingException) {
   const fs::path file = scratch.file("file", "hello");
   Quen_raise("IOException", "from before");
@@ -471,18 +454,59 @@ TEST_F(ReadPrefix, RunsOnManyThreadsAtOnce) {
   const fs::path valid = scratch.file("valid", "h\xC3\xA9llo");
   const fs::path invalid = scratch.file("invalid", "ab\xFF");
 
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 100; ++i) {
-        const Scope objectsOfThisThread;
-        EXPECT_EQ(prefix(valid, 2), "h");
-        EXPECT_EQ(prefix(invalid, 3), "");
-        EXPECT_EQ(raised(), invalidAt(2));
-      }
-    });
+  together(4, [&](int) {
+    for (int i = 0; i < 100; ++i) {
+      const Scope objectsOfThisThread;
+      EXPECT_EQ(prefix(valid, 2), "h");
+      EXPECT_EQ(prefix(invalid, 3), "");
+      EXPECT_EQ(raised(), invalidAt(2));
+    }
+  });
+}
+
+// As a std::string of that many bytes does.
+TEST_F(ReadPrefix, OfTheLargestLimitIsABadAlloc) {
+  if (kSanitized) GTEST_SKIP() << "a sanitizer ends the process instead";
+  const fs::path file = scratch.file("file", "text");
+
+  EXPECT_THROW(prefix(file, kMost), std::bad_alloc);
+  EXPECT_THROW(prefix(file, kMost - 31), std::bad_alloc);
+}
+
+// Memory is reserved for the whole limit, and only taken for what is read.
+TEST_F(ReadPrefix, OfAFewBytesUnderALargeLimitTakesLittleMemory) {
+  if (kSanitized) GTEST_SKIP() << "a sanitizer keeps memory of its own";
+  const fs::path file = scratch.file("file", "text");
+
+  inChild([&] {
+    EXPECT_EQ(prefix(file, std::int64_t{1} << 30), "text");
+    rusage usage{};
+    EXPECT_EQ(getrusage(RUSAGE_SELF, &usage), 0);
+    EXPECT_LT(usage.ru_maxrss, 256 * 1024) << "in KiB";
+  });
+}
+
+TEST_F(ReadPrefix, ReadsAsOneWhatIsReadInChunks) {
+  const std::string content(200'000, 'x');
+  const fs::path file = scratch.file("file", content);
+  for (const std::int64_t limit : {65'535, 65'536, 65'537, 131'072, 199'999, 200'000, 300'000}) {
+    EXPECT_TRUE(prefix(file, limit) == content.substr(0, static_cast<std::size_t>(limit))) << limit;
   }
-  for (std::thread& thread : threads) thread.join();
+}
+
+TEST_F(ReadPrefix, RaisesForADefectWhateverCameBeforeIt) {
+  const fs::path file = scratch.file("file", std::string(200'000, 'x'));
+  for (const std::size_t delivered : {std::size_t{0}, std::size_t{3}, std::size_t{70'000}}) {
+    const FailingRead defect(delivered);
+    EXPECT_EQ(prefix(file, 100'000), "");
+    EXPECT_EQ(raised(), "IOException: Failed to read file");
+  }
+}
+
+TEST_F(ReadPrefix, ClosesTheFileOnExec) {
+  const fs::path file = scratch.file("file", "text");
+  const BeforeCall reading(SystemCall::kRead, [&] { EXPECT_EQ(descriptorsKeptOnExec(file), 0); });
+  EXPECT_EQ(prefix(file, 2), "te");
 }
 
 }  // namespace

@@ -3,9 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,6 +17,9 @@
 #include "runtime/small/host.h"
 #include "tests/support/boundary_test.h"
 #include "tests/support/child_process.h"
+#include "tests/support/limits.h"
+#include "tests/support/process_state.h"
+#include "tests/support/sanitized.h"
 #include "tests/support/system_calls.h"
 
 namespace fs = std::filesystem;
@@ -23,8 +28,8 @@ using namespace quen::tests;
 
 namespace {
 
-// What a file is asked for at once.
-constexpr std::size_t kPiece = 64 * 1024;
+// The size of the chunks in which a file is read.
+constexpr std::size_t kChunk = 64 * 1024;
 
 constexpr std::string_view kHello = "h\xC3\xA9llo";
 
@@ -79,9 +84,9 @@ TEST_F(ReadAllText, NamesTheByteOfTheFirstFault) {
             "\xF4\x8F\xBF\xBF\xEF\xBF\xBF");
 }
 
-// A file is read in pieces: characters, faults and the end lie on both sides of every border.
-TEST_F(ReadAllText, ReadsAsOnePieceWhatIsReadInSeveral) {
-  for (const std::size_t border : {kPiece, 2 * kPiece, 3 * kPiece}) {
+// Characters, faults and the end of file on both sides of chunk boundaries.
+TEST_F(ReadAllText, JoinsChunksIntoOneText) {
+  for (const std::size_t border : {kChunk, 2 * kChunk, 3 * kChunk}) {
     for (std::size_t before = border - 4; before <= border + 1; ++before) {
       const std::string start(before, 'x');
       for (const std::string character : {"y", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"}) {
@@ -99,7 +104,7 @@ TEST_F(ReadAllText, ReadsAsOnePieceWhatIsReadInSeveral) {
   }
 }
 
-// A pipe has no size, and delivers what it has.
+// A pipe has no size, and its reads are short.
 TEST_F(ReadAllText, ReadsAPipeToItsEnd) {
   const fs::path pipe = scratch / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
@@ -114,16 +119,16 @@ TEST_F(ReadAllText, ReadsAPipeToItsEnd) {
   EXPECT_EQ(read(pipe), content);
 }
 
-// Whoever has got as much as was asked for wants to know how much there is.
+// The file size is queried after the first full chunk, and a pipe reports 0.
 TEST_F(ReadAllText, ReadsAFullPipeToItsEnd) {
-  const fs::path pipe = scratch.path() / "pipe";
+  const fs::path pipe = scratch / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   const int fd = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
-  ASSERT_GE(fcntl(fd, F_GETPIPE_SZ), static_cast<int>(kPiece));
+  ASSERT_GE(fcntl(fd, F_GETPIPE_SZ), static_cast<int>(kChunk));
   const std::string content = std::string(300'000, 'x') + "\xF0\x9F\x98\x80";
-  ASSERT_EQ(::write(fd, content.data(), kPiece), std::int64_t{kPiece});
+  ASSERT_EQ(::write(fd, content.data(), kChunk), std::int64_t{kChunk});
   std::jthread writer([&] {
-    std::ofstream(pipe, std::ios::binary) << content.substr(kPiece);
+    std::ofstream(pipe, std::ios::binary) << content.substr(kChunk);
     close(fd);
   });
 
@@ -158,24 +163,95 @@ TEST_F(ReadAllText, RaisesForAFileThatMayNotBeRead) {
   });
 }
 
-// Only the stream that is copied into notices.
+// A failing read ends the text like the end of file; only the prefix and byte readers report it.
 TEST_F(ReadAllText, OfADirectoryIsEmptyAndRaisesNothing) { EXPECT_EQ(read(scratch.path()), ""); }
 
-// Nothing is mapped at the address 0, so the first read fails.
-TEST_F(ReadAllText, OfAFileThatFailsWhileReadIsWhatCameBefore) {
+// Address 0 is not mapped, so the first read fails with EIO.
+TEST_F(ReadAllText, OfAnUnreadableFileIsEmptyAndRaisesNothing) {
   EXPECT_EQ(read("/proc/self/mem"), "");
   EXPECT_EQ(raised(), "");
 }
 
-TEST_F(ReadAllText, OfAFileWithADefectIsWhatCameBefore) {
+TEST_F(ReadAllText, ThatFailsMidwayReturnsTheTextBeforeTheFailure) {
   const std::string content(300'000, 'x');
   const fs::path file = scratch.file("file", content);
   for (const std::size_t delivered :
-       {std::size_t{0}, std::size_t{1}, kPiece - 1, kPiece, kPiece + 1, 2 * kPiece,
-        2 * kPiece + 9000, content.size() - 1}) {
-    const FailingRead defect(delivered);
+       {std::size_t{0}, std::size_t{1}, kChunk - 1, kChunk, kChunk + 1, 2 * kChunk,
+        2 * kChunk + 9000, content.size() - 1}) {
+    const FailingRead failing(delivered);
     EXPECT_EQ(read(file).size(), delivered);
     EXPECT_EQ(raised(), "");
+  }
+}
+
+// A stream asks for 8,191 bytes, which a file of records of 8 bytes refuses.
+TEST_F(ReadAllText, OfAFileOfRecordsIsWhatAStreamGives) {
+  if (!fs::exists("/proc/self/pagemap")) GTEST_SKIP() << "this kernel has no such file";
+
+  EXPECT_EQ(read("/proc/self/pagemap"), "");
+  EXPECT_EQ(raised(), "");
+}
+
+// A file of the most bytes that a file system allows. Its size is only claimed: memory grows with
+// what is read, until there is no more.
+TEST_F(ReadAllText, OfAnEndlessSparseFileTakesMemoryUntilThereIsNoMore) {
+  if (kSanitized) GTEST_SKIP() << "a sanitizer ends the process instead";
+  const fs::path file = scratch.file("sparse");
+  int bits = 63;
+  while (bits > 34 &&
+         truncate(file.c_str(), static_cast<off_t>((std::uint64_t{1} << bits) - 1)) != 0) {
+    --bits;
+  }
+  if (bits == 34) GTEST_SKIP() << "this file system has no large sparse files";
+
+  inChild([&] {
+    limitMemory(std::size_t{1} << 29);
+    EXPECT_THROW(read(file), std::bad_alloc);
+  });
+}
+
+TEST_F(ReadAllText, OfAFileWhoseSizeIsUnknownIsComplete) {
+  const std::string content = std::string(300'000, 'x') + "end";
+  const fs::path file = scratch.file("file", content);
+  const FailingFileStatus failing;
+  EXPECT_TRUE(read(file) == content);
+}
+
+// The size is asked for after the first read; the file changes before the second or the third.
+TEST_F(ReadAllText, OfAFileThatShrinksOrGrowsMeanwhileIsWhatIsThere) {
+  for (const std::size_t size : {std::size_t{100}, std::size_t{8'191}, std::size_t{20'000},
+                                 std::size_t{300'000}, std::size_t{3'000'000}}) {
+    const fs::path file = scratch.file("file", std::string(100'000, 'x'));
+    for (const int nth : {2, 3}) {
+      const BeforeCall reading(
+          SystemCall::kRead, [&] { fs::resize_file(file, size); }, nth);
+      const std::string text = read(file);
+      EXPECT_GE(text.size(), std::min<std::size_t>(size, 8'191));
+      EXPECT_LE(text.size(), std::max<std::size_t>(size, 100'000));
+      fs::resize_file(file, 100'000);
+    }
+  }
+}
+
+TEST_F(ReadAllText, GoesOnAfterASignal) {
+  const fs::path file = scratch.file("file", "text");
+  const InterruptedRead interrupted;
+  EXPECT_EQ(read(file), "text");
+}
+
+TEST_F(ReadAllText, ClosesTheFileOnExec) {
+  const fs::path file = scratch.file("file", "text");
+  const BeforeCall reading(SystemCall::kRead, [&] { EXPECT_EQ(descriptorsKeptOnExec(file), 0); });
+  EXPECT_EQ(read(file), "text");
+}
+
+// Every size around what is asked for at once, and around the spare room behind it.
+TEST_F(ReadAllText, GivesFilesOfEverySizeAroundARequest) {
+  for (const std::size_t border : {std::size_t{8'191}, std::size_t{8'191} + 65'536}) {
+    for (std::size_t size = border - 40; size <= border + 80; ++size) {
+      const std::string content(size, 'x');
+      ASSERT_TRUE(read(scratch.file("file", content)) == content) << size;
+    }
   }
 }
 

@@ -1,5 +1,7 @@
-// The validator against a plain model: verdict and offset, for every short byte string and for each
-// interesting sequence at many places in longer texts.
+// Compares the validator with a slow reference: result and offset, for all short byte strings and
+// for valid and invalid sequences at many offsets in longer texts.
+
+#include "contents/utf8.h"
 
 #include <gtest/gtest.h>
 
@@ -10,19 +12,16 @@
 #include <string_view>
 #include <vector>
 
-#include "contents/text.h"
 #include "tests/support/generator.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/utf8_model.h"
 
 using quen::io::validateUtf8;
-using quen::tests::firstFault;
-using quen::tests::generatedInputs;
-using quen::tests::Generator;
+using namespace quen::tests;
 
 namespace {
 
-// Says nothing when both agree, so that millions of texts can be compared.
+// Calls no GoogleTest assertion when both agree, so that millions of texts can be compared.
 void compare(const std::string& text) {
   const std::optional<std::size_t> fault = firstFault(text);
   std::uint64_t errorOffset = 0xDEAD;
@@ -40,7 +39,7 @@ void compare(const std::string& text) {
                 << fault.value_or(0);
 }
 
-// All values of the byte at this place and those behind it.
+// Tries all values for the byte at this place and for those after it.
 void compareAll(std::string& text, std::size_t place, const std::vector<unsigned char>& values) {
   for (const unsigned char value : values) {
     text[place] = static_cast<char>(value);
@@ -59,8 +58,8 @@ std::vector<unsigned char> allBytes() {
   return bytes;
 }
 
-// Both sides of every border in the table of well-formed sequences. Instrumented code is too slow
-// for all the others.
+// The boundary values of the table of well-formed sequences. Instrumented code is too slow for all
+// byte values.
 std::vector<unsigned char> borderBytes() {
   return {0x00, 0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0, 0xC1, 0xC2, 0xDF, 0xE0,
           0xE1, 0xEC, 0xED, 0xEE, 0xEF, 0xF0, 0xF1, 0xF3, 0xF4, 0xF5, 0xF7, 0xF8, 0xFE, 0xFF};
@@ -71,7 +70,7 @@ TEST(ValidateUtf8, FindsNoFaultInTheEmptyText) { compare(""); }
 TEST(ValidateUtf8, AgreesWithTheModelOnAllTextsOfOneToThreeBytes) {
   for (std::size_t length = 1; length <= 3; ++length) {
     std::string text(length, '\0');
-    compareAll(text, 0, length == 3 && quen::tests::kSanitized ? borderBytes() : allBytes());
+    compareAll(text, 0, length == 3 && kSanitized ? borderBytes() : allBytes());
   }
 }
 
@@ -80,7 +79,7 @@ class ValidateUtf8OfFourBytes : public testing::TestWithParam<int> {};
 TEST_P(ValidateUtf8OfFourBytes, AgreesWithTheModelOnAllThatBeginWithThisByte) {
   std::string text(4, static_cast<char>(GetParam()));
 
-  compareAll(text, 1, quen::tests::kSanitized ? borderBytes() : allBytes());
+  compareAll(text, 1, kSanitized ? borderBytes() : allBytes());
 }
 
 INSTANTIATE_TEST_SUITE_P(Lead, ValidateUtf8OfFourBytes, testing::Range(0xE0, 0x100));
@@ -92,7 +91,7 @@ struct Filling {
 
 class ValidateUtf8Within : public testing::TestWithParam<Filling> {
  protected:
-  // At least this many bytes of the text, ending with a whole character.
+  // At least this many bytes of filling, ending with a whole character.
   static std::string filling(std::size_t bytes) {
     std::string text;
     while (text.size() < bytes) text += GetParam().character;
@@ -138,8 +137,8 @@ const std::vector<std::string> kInteresting{
     "\xFF",              //
 };
 
-// Far enough to meet every border between blocks of either size, and the block that ends with the
-// text.
+// Far enough to cross boundaries between blocks of both sizes, and to reach the last block, which
+// overlaps the one before.
 constexpr std::size_t kFarthest = 600;
 
 TEST_P(ValidateUtf8Within, AgreesWithTheModelOnEachSequenceAtEachOffset) {
@@ -150,7 +149,7 @@ TEST_P(ValidateUtf8Within, AgreesWithTheModelOnEachSequenceAtEachOffset) {
   }
 }
 
-// Every length of the text from just behind the sequence's lead on.
+// Truncates the sequence after each of its bytes.
 TEST_P(ValidateUtf8Within, AgreesWithTheModelOnEachSequenceCutOffByTheEnd) {
   for (const std::string& sequence : kInteresting) {
     for (std::size_t before = 0; before <= kFarthest; ++before) {
@@ -167,10 +166,9 @@ INSTANTIATE_TEST_SUITE_P(Text, ValidateUtf8Within,
                                          Filling{"FourBytes", "\xF0\x9F\x98\x80"}),
                          [](const auto& each) { return each.param.name; });
 
-// Blocks, in which no sequence is looked at by itself.
+// Texts that are long enough to be validated in blocks.
 
-// All sequences of four bytes on the borders, where they lie across two blocks, in the middle of
-// one and at its end.
+// Sequences of four boundary values, placed across two blocks, within a block and at its end.
 TEST(ValidateUtf8InBlocks, AgreesWithTheModelOnAllSequencesOfBorderBytes) {
   const std::vector<unsigned char> values = borderBytes();
   for (const std::size_t size : {100U, 400U}) {
@@ -192,7 +190,7 @@ TEST(ValidateUtf8InBlocks, AgreesWithTheModelOnAllSequencesOfBorderBytes) {
   }
 }
 
-// Well-formed text of all lengths of sequences, in runs, with a few bytes changed or none.
+// Runs of well-formed sequences of all lengths, with up to two bytes changed.
 TEST(ValidateUtf8InBlocks, AgreesWithTheModelOnGeneratedTexts) {
   const std::vector<std::string> characters{"a",
                                             "\x7F",
@@ -221,9 +219,9 @@ TEST(ValidateUtf8InBlocks, AgreesWithTheModelOnGeneratedTexts) {
   }
 }
 
-// Whoever reads in pieces passes over what is there, goes on from where that stopped, and finds the
-// same fault as in one go.
-TEST(PassWellFormed, StopsWhereASequenceBeginsThatIsStillToBeChecked) {
+// A reader validates chunk by chunk: passWellFormed skips what is known to be well-formed, and the
+// validation that continues there finds the same fault as one of the whole text.
+TEST(PassWellFormed, StopsAtTheBeginningOfAnUncheckedSequence) {
   Generator generator;
   const std::vector<std::string> characters{"a", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"};
   for (std::size_t i = 0; i < generatedInputs(20'000); ++i) {
@@ -245,7 +243,7 @@ TEST(PassWellFormed, StopsWhereASequenceBeginsThatIsStillToBeChecked) {
   }
 }
 
-// The model itself, on what everybody agrees about.
+// The reference itself, on known examples.
 TEST(Utf8Model, KnowsWhereTheFaultIs) {
   EXPECT_EQ(firstFault("h\xC3\xA9llo"), std::nullopt);
   EXPECT_EQ(firstFault("abc\x80"), 3u);

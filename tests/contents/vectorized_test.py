@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Every loop over a block of the validator is still turned into vector instructions.
+"""The compiler vectorizes every loop over a block of the validator.
 
     vectorized_test.py SOURCE INCLUDE_FOLDER COMPILER...
 
-One condition too many stops a compiler from doing so, silently, and costs a factor of ten. Asks each
-g++ among the compilers that is there, at the usual level of optimization: it has to report 16-byte
-vectors for every loop, and on x86-64 the wide ones of 32 bytes as well. Exits 77 when none is there.
+A single condition can prevent auto-vectorization silently and cost a factor of ten. Each available g++
+among the compilers has to report 16-byte vectors for every loop at -O2 (-fopt-info-vec), and
+on x86-64 32-byte vectors too, for the AVX2 version. Exits 77 if no g++ is available.
 """
 
 import pathlib
@@ -17,16 +17,33 @@ import tempfile
 
 
 def loops_over_blocks(source):
-    """The lines on which they begin."""
-    return {number for number, line in enumerate(source.read_text().splitlines(), 1)
-            if re.search(r"for \(.*< kSize;", line)}
+    """The line numbers of these loops."""
+    return {
+        number
+        for number, line in enumerate(source.read_text().splitlines(), 1)
+        if re.search(r"for \(.*< kSize;", line)
+    }
 
 
 def vectors(compiler, source, includes):
-    """The sizes of vectors that the compiler reports, line by line."""
+    """The vector sizes that the compiler reports for each line."""
     with tempfile.NamedTemporaryFile(suffix=".o") as output:
-        done = subprocess.run([compiler, "-std=c++23", "-O2", "-fopt-info-vec", "-I", includes,
-                               "-c", source, "-o", output.name], capture_output=True, text=True)
+        done = subprocess.run(
+            [
+                compiler,
+                "-std=c++23",
+                "-O2",
+                "-fopt-info-vec",
+                "-I",
+                includes,
+                "-c",
+                source,
+                "-o",
+                output.name,
+            ],
+            capture_output=True,
+            text=True,
+        )
     if done.returncode != 0:
         sys.exit(done.stderr)
     sizes = {}
@@ -47,7 +64,7 @@ def main():
         wanted = {16, 32} if machine.startswith("x86_64") else {16}
         found = vectors(compiler, source, includes)
         for line in sorted(loops):
-            # A loop over words of eight bytes is worth it only with the wide ones.
+            # Loops over eight-byte words are only profitable with 32-byte vectors.
             words = "sizeof" in pathlib.Path(source).read_text().splitlines()[line - 1]
             missing = (wanted & {32} if words else wanted) - found.get(line, set())
             if missing:

@@ -102,19 +102,19 @@ TEST_F(WriteAtomic, RaisesInAMissingFolderAndMakesNone) {
 }
 
 TEST_F(WriteAtomic, RaisesWhereNoFileMayBeMade) {
-  fs::permissions(scratch.path(),
-                  fs::perms::owner_all | fs::perms::others_read | fs::perms::others_exec);
   const fs::path index = scratch.file("index", "old");
+  fs::permissions(scratch.path(), fs::perms(0555));  // the folder of an ordinary user is their own
 
   inUnprivilegedChild([&] {
     publish(index, "new");
     EXPECT_EQ(raised(), "IOException: Cannot create temporary document index");
   });
+  fs::permissions(scratch.path(), fs::perms::all);
   EXPECT_EQ(contents(index), "old");
   EXPECT_EQ(namesIn(scratch.path()), "index");
 }
 
-// Longer by its suffix, the temporary's name is one the system refuses before the target's is.
+// The temporary's name is longer by its suffix, so it exceeds NAME_MAX first.
 TEST_F(WriteAtomic, RaisesForANameThatLeavesNoRoomForTheSuffix) {
   publish(scratch / std::string(255, 'n'), "abc");
 
@@ -133,7 +133,7 @@ TEST_F(WriteAtomic, RaisesOverAFolderAndRemovesTheTemporary) {
   EXPECT_EQ(namesIn(scratch / "index"), "kept");
 }
 
-// A limit on the size of files stands for a full disk.
+// RLIMIT_FSIZE makes writes fail as on a full disk.
 TEST_F(WriteAtomic, RaisesOnAFullDiskKeepsTheTargetAndRemovesTheTemporary) {
   const fs::path index = scratch.file("index", "old");
 
@@ -152,64 +152,46 @@ TEST_F(WriteAtomic, RaisesOnAFullDiskKeepsTheTargetAndRemovesTheTemporary) {
   EXPECT_EQ(contents(index), "old");
 }
 
-// A folder in the temporary's place shows its name by keeping it from being made.
-TEST(DISABLED_Fresh, TheFirstTemporaryIsNumberOneAndAFailureUsesItsNumberUp) {
-  const ScratchFolder scratch;
+// A folder of the temporary's name makes opening it fail, which shows the number in the name.
+TEST_F_IN_FRESH_PROCESS(WriteAtomic, CountsItsTemporariesFromOneAndUsesANumberUpAlsoWhenItFails) {
   const fs::path index = scratch / "index";
-  const auto raised = [] {
-    const auto exception = quen::small::takeException();
-    return exception ? exception->message : "";
-  };
   scratch.folder("index.tmp-1");
   scratch.folder("index.tmp-3");
 
-  quen_data_internal_DocumentIndexStore__writeAtomic(index.c_str(), nullptr);
-  EXPECT_EQ(raised(), "Document index path and content are required");
-  quen_data_internal_DocumentIndexStore__writeAtomic(index.c_str(), "one");
-  EXPECT_EQ(raised(), "Cannot create temporary document index");
-  quen_data_internal_DocumentIndexStore__writeAtomic(index.c_str(), "two");
+  publish(index, nullptr);
+  EXPECT_EQ(raised(), "IOException: Document index path and content are required");
+  publish(index, "one");
+  EXPECT_EQ(raised(), "IOException: Cannot create temporary document index");
+  publish(index, "two");
   EXPECT_EQ(raised(), "");
   EXPECT_EQ(contents(index), "two");
-  quen_data_internal_DocumentIndexStore__writeAtomic(index.c_str(), "three");
-  EXPECT_EQ(raised(), "Cannot create temporary document index");
+  publish(index, "three");
+  EXPECT_EQ(raised(), "IOException: Cannot create temporary document index");
 
   fs::remove(scratch / "index.tmp-1");
   fs::remove(scratch / "index.tmp-3");
 }
 
-TEST_F(WriteAtomic, CountsItsTemporariesFromOneAndUsesANumberUpAlsoWhenItFails) {
-  inFreshProcess("DISABLED_Fresh.TheFirstTemporaryIsNumberOneAndAFailureUsesItsNumberUp");
-}
-
-// A temporary that was left behind by somebody else is overwritten.
-TEST(DISABLED_Fresh, ALeftOverTemporaryIsEmptiedFirst) {
-  const ScratchFolder scratch;
+// Two publishers of one target can use the same temporary name; the second empties it.
+TEST_F_IN_FRESH_PROCESS(WriteAtomic, EmptiesALeftOverTemporaryFirst) {
   scratch.file("index.tmp-1", "something longer that somebody left");
 
-  quen_data_internal_DocumentIndexStore__writeAtomic((scratch / "index").c_str(), "abc");
+  publish(scratch / "index", "abc");
 
   EXPECT_EQ(contents(scratch / "index"), "abc");
   EXPECT_EQ(namesIn(scratch.path()), "index");
 }
 
-TEST_F(WriteAtomic, EmptiesALeftOverTemporaryFirst) {
-  inFreshProcess("DISABLED_Fresh.ALeftOverTemporaryIsEmptiedFirst");
-}
-
-// A text that the stream's buffer could hold: only the flush tells that the device is full.
-TEST_F(WriteAtomic, DISABLED_NoticesAFullDeviceForAFewBytes) {
+// The text fits into the filebuf's buffer, so only the flush reports that the device is full.
+TEST_F_IN_FRESH_PROCESS(WriteAtomic, NoticesAFullDeviceForAFewBytes) {
   scratch.file("index", "old");
   scratch.link("index.tmp-1", "/dev/full");
 
-  quen_data_internal_DocumentIndexStore__writeAtomic((scratch / "index").c_str(), "abc");
+  publish(scratch / "index", "abc");
 
   EXPECT_EQ(raised(), "IOException: Cannot write temporary document index");
   EXPECT_EQ(contents(scratch / "index"), "old");
   EXPECT_EQ(namesIn(scratch.path()), "index");
-}
-
-TEST_F(WriteAtomic, NoticesAFullDeviceForAFewBytes) {
-  inFreshProcess("WriteAtomic.DISABLED_NoticesAFullDeviceForAFewBytes");
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <filesystem>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "quen/io/entry_points.h"
@@ -12,15 +11,14 @@
 #include "tests/support/boundary_test.h"
 #include "tests/support/child_process.h"
 #include "tests/support/process_state.h"
+#include "tests/support/threads.h"
 
 namespace fs = std::filesystem;
 using namespace quen::small;
+using namespace quen::tests;
 using namespace std::string_literals;
 
 namespace {
-
-using quen::tests::contents;
-using quen::tests::openFiles;
 
 std::string nulAt(std::size_t offset) {
   return "quen.io.toml.TOMLParseException: Raw U+0000 is not allowed in TOML input at byte " +
@@ -32,13 +30,13 @@ std::string invalidAt(std::size_t offset) {
          std::to_string(offset);
 }
 
-class ReadStrict : public quen::tests::BoundaryTest {
+class ReadStrict : public BoundaryTest {
  protected:
   static std::string strict(const fs::path& path) {
     return text(quen_io_toml_TOML__readStrictPath(path.c_str()));
   }
 
-  // What is read of a file with these bytes, or what is raised instead.
+  // The text read from a file with these bytes, or the raised exception.
   std::string strictOf(const std::string& bytes) const {
     const std::string read = strict(scratch.file("file.toml", bytes));
     const std::string exception = raised();
@@ -103,8 +101,8 @@ TEST_F(ReadStrict, ReportsANulAnywhereBeforeAnInvalidSequenceAnywhere) {
 }
 
 TEST_F(ReadStrict, WritesTheOffsetInPlainDigits) {
-  quen::tests::inChild([this] {
-    quen::tests::groupDigits();
+  inChild([this] {
+    groupDigits();
     EXPECT_EQ(strictOf(std::string(12'345, '#') + '\0'),
               "quen.io.toml.TOMLParseException: "
               "Raw U+0000 is not allowed in TOML input at byte 12345");
@@ -129,7 +127,7 @@ TEST_F(ReadStrict, FailsWhereNothingCanBeOpened) {
     EXPECT_EQ(strict(path), "");
     EXPECT_EQ(raised(), "IOException: Cannot open file") << path;
   }
-  EXPECT_EQ(quen::tests::namesIn(scratch.path()), "dangling file loop") << "nothing was made";
+  EXPECT_EQ(namesIn(scratch.path()), "dangling file loop") << "nothing was made";
 }
 
 TEST_F(ReadStrict, FailsWithoutPermission) {
@@ -137,13 +135,13 @@ TEST_F(ReadStrict, FailsWithoutPermission) {
   fs::permissions(scratch.path(), fs::perms(0755));
   fs::permissions(secret, fs::perms::none);
 
-  quen::tests::inUnprivilegedChild([&secret] {
+  inUnprivilegedChild([&secret] {
     EXPECT_EQ(strict(secret), "");
     EXPECT_EQ(raised(), "IOException: Cannot open file");
   });
 }
 
-// Opening it succeeds, and its failing copy is not looked at.
+// A folder can be opened, and the error of copying from it is not checked.
 TEST_F(ReadStrict, GivesAnEmptyTextForADirectory) {
   EXPECT_EQ(strict(scratch.folder("folder")), "");
   EXPECT_EQ(raised(), "");
@@ -162,7 +160,7 @@ TEST_F(ReadStrict, LeavesTheFileAsItIs) {
 
   EXPECT_EQ(raised(), nulAt(1));
   EXPECT_EQ(contents(file), "a\0\xFF"s);
-  EXPECT_EQ(quen::tests::namesIn(scratch.path()), "file.toml");
+  EXPECT_EQ(namesIn(scratch.path()), "file.toml");
 }
 
 TEST_F(ReadStrict, ClosesTheFileOnEveryWay) {
@@ -174,7 +172,7 @@ TEST_F(ReadStrict, ClosesTheFileOnEveryWay) {
   EXPECT_EQ(openFiles(), before);
 }
 
-// The validated whole-file readers ask for it and give an empty text.
+// The other whole-file readers check for a pending exception and return an empty text.
 TEST_F(ReadStrict, DoesNotAskForAPendingException) {
   const fs::path file = scratch.file("file.toml", "a = 1");
   Quen_raise("IOException", "from before");
@@ -189,18 +187,14 @@ TEST_F(ReadStrict, RunsOnManyThreadsAtOnce) {
   const fs::path valid = scratch.file("valid", "a = 1");
   const fs::path invalid = scratch.file("invalid", "ab\xFF");
 
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 100; ++i) {
-        const Scope objectsOfThisThread;
-        EXPECT_EQ(strict(valid), "a = 1");
-        EXPECT_EQ(strict(invalid), "");
-        EXPECT_EQ(raised(), invalidAt(2));
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  together(4, [&](int) {
+    for (int i = 0; i < 100; ++i) {
+      const Scope objectsOfThisThread;
+      EXPECT_EQ(strict(valid), "a = 1");
+      EXPECT_EQ(strict(invalid), "");
+      EXPECT_EQ(raised(), invalidAt(2));
+    }
+  });
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "quen/io/entry_points.h"
@@ -17,26 +18,16 @@
 
 namespace fs = std::filesystem;
 using namespace quen::small;
+using namespace quen::tests;
 using namespace std::chrono_literals;
 
 namespace {
 
-using quen::tests::Before;
-using quen::tests::BoundaryTest;
-using quen::tests::contents;
-using quen::tests::FailingClose;
-using quen::tests::inChild;
-using quen::tests::inUnprivilegedChild;
-using quen::tests::namesIn;
-using quen::tests::SystemCall;
-
-// Longer than any file system lets a name be.
+// Longer than NAME_MAX of any file system.
 const std::string kTooLong(5000, 'n');
 
-// Linked to itself.
-fs::path loopIn(const quen::tests::ScratchFolder& scratch) {
-  return scratch.link("loop", scratch / "loop");
-}
+// A symbolic link to itself: resolving it fails with ELOOP.
+fs::path loopIn(const ScratchFolder& scratch) { return scratch.link("loop", scratch / "loop"); }
 
 bool isLink(const fs::path& path) { return fs::is_symlink(fs::symlink_status(path)); }
 bool isThere(const fs::path& path) { return fs::exists(fs::symlink_status(path)); }
@@ -198,7 +189,7 @@ TEST_F(Remove, LeavesTheReceiverAsItWas) {
   EXPECT_EQ(pathText(path), (scratch / "file").native());
 }
 
-// Make one directory, make directories: what both do.
+// mkdir and mkdirs: what they have in common.
 
 struct Making {
   void (*entryPoint)(const char*);
@@ -219,7 +210,7 @@ class MakeAnyDirectory : public BoundaryTest, public testing::WithParamInterface
 INSTANTIATE_TEST_SUITE_P(, MakeAnyDirectory, testing::Values(kOne, kChain),
                          [](const auto& making) { return making.index == 0 ? "One" : "Chain"; });
 
-TEST_P(MakeAnyDirectory, MakesWhatIsMissing) {
+TEST_P(MakeAnyDirectory, CreatesAMissingFolder) {
   EXPECT_EQ(raisedByMaking(scratch / "new"), "");
 
   EXPECT_TRUE(fs::is_directory(scratch / "new"));
@@ -284,7 +275,7 @@ TEST_P(MakeAnyDirectory, WhereADeviceOrAPipeIsRaises) {
   EXPECT_TRUE(fs::is_fifo(pipe));
 }
 
-// The link itself is in the way, though nothing is found behind it.
+// mkdir fails with EEXIST for a dangling link, although the status query reports nothing there.
 TEST_P(MakeAnyDirectory, WhereALinkLeadsNowhereRaisesAndLeavesTheLink) {
   const fs::path dangling = scratch.link("dangling", scratch / "missing");
   const fs::path loop = loopIn(scratch);
@@ -321,7 +312,7 @@ TEST_P(MakeAnyDirectory, InAFolderThatMayNotBeChangedRaises) {
   EXPECT_EQ(namesIn(scratch.path()), "");
 }
 
-// What is there cannot be seen, so making it is tried.
+// Without search permission the status query fails, so mkdir is tried and fails too.
 TEST_P(MakeAnyDirectory, InAFolderThatMayNotBeSearchedRaises) {
   fs::permissions(scratch.path(), fs::perms::all);
   const fs::path closed = scratch.folder("closed");
@@ -346,42 +337,16 @@ TEST_P(MakeAnyDirectory, OfAnEmptyPathRaises) {
   }
 }
 
-// It looks twice at what is there, and the second look counts.
-TEST_P(MakeAnyDirectory, WhereAFolderGoesAwayBetweenTwoLooksRaises) {
-  const fs::path folder = scratch.folder("folder");
-
-  const Before secondLook(
-      SystemCall::kStatus, [&] { fs::remove(folder); }, 2);
-  EXPECT_EQ(raisedByMaking(folder), "IOException: A non-directory path already exists");
-
-  EXPECT_FALSE(isThere(folder));
-}
-
-TEST_P(MakeAnyDirectory, WhereAFileTurnsIntoAFolderBetweenTwoLooksAcceptsIt) {
-  const fs::path path = scratch.file("path");
-
-  const Before secondLook(
-      SystemCall::kStatus,
-      [&] {
-        fs::remove(path);
-        fs::create_directory(path);
-      },
-      2);
-  EXPECT_EQ(raisedByMaking(path), "");
-
-  EXPECT_TRUE(fs::is_directory(path));
-}
-
-TEST_P(MakeAnyDirectory, WhereAFileComesInBetweenRaisesAndLeavesIt) {
+TEST_P(MakeAnyDirectory, LosingTheRaceToAFileRaisesAndLeavesIt) {
   const fs::path path = scratch / "path";
 
-  const Before making(SystemCall::kMakeDirectory, [this] { scratch.file("path", "theirs"); });
+  const BeforeCall making(SystemCall::kMakeDirectory, [this] { scratch.file("path", "theirs"); });
   EXPECT_EQ(raisedByMaking(path), GetParam().failure);
 
   EXPECT_EQ(contents(path), "theirs");
 }
 
-// Make one directory, make directories: what each does its own way.
+// mkdir and mkdirs: where they differ.
 
 class MakeDirectory : public BoundaryTest {
  protected:
@@ -405,7 +370,7 @@ TEST_F(MakeDirectory, WithAMissingParentRaisesAndMakesNothing) {
   EXPECT_EQ(namesIn(scratch.path()), "");
 }
 
-TEST_F(MakeDirectories, MakesAllThatAreMissing) {
+TEST_F(MakeDirectories, MakesAllMissingParents) {
   scratch.folder("old");
 
   EXPECT_EQ(raisedByMaking(scratch / "old/a/b/c"), "");
@@ -423,40 +388,40 @@ TEST_F(MakeDirectories, MakesARelativeChainInTheWorkingDirectory) {
   EXPECT_TRUE(fs::is_directory(scratch / "a/b/c"));
 }
 
-// The same moment, two answers.
-TEST_F(MakeDirectory, WhereAFolderComesInBetweenRaises) {
+// Losing the race to create the folder is an error for mkdir and success for mkdirs.
+TEST_F(MakeDirectory, LosingTheRaceToAFolderRaises) {
   const fs::path folder = scratch / "folder";
 
-  const Before making(SystemCall::kMakeDirectory, [this] { scratch.folder("folder"); });
+  const BeforeCall making(SystemCall::kMakeDirectory, [this] { scratch.folder("folder"); });
   EXPECT_EQ(raisedByMaking(folder), "IOException: Cannot create directory");
 
   EXPECT_TRUE(fs::is_directory(folder));
 }
 
-TEST_F(MakeDirectories, WhereAFolderComesInBetweenAcceptsIt) {
+TEST_F(MakeDirectories, LosingTheRaceToAFolderAcceptsIt) {
   const fs::path folder = scratch / "folder";
 
-  const Before making(SystemCall::kMakeDirectory, [this] { scratch.folder("folder"); });
+  const BeforeCall making(SystemCall::kMakeDirectory, [this] { scratch.folder("folder"); });
   EXPECT_EQ(raisedByMaking(folder), "");
 
   EXPECT_TRUE(fs::is_directory(folder));
 }
 
-TEST_F(MakeDirectories, WhereTheWholeChainComesInRightAfterTheLookAcceptsIt) {
+TEST_F(MakeDirectories, LosingTheRaceToAllFoldersAcceptsThem) {
   const fs::path folder = scratch / "a/b";
 
-  const Before secondLook(
+  const BeforeCall secondQuery(
       SystemCall::kStatus, [this] { scratch.folder("a/b"); }, 2);
   EXPECT_EQ(raisedByMaking(folder), "");
 
   EXPECT_TRUE(fs::is_directory(folder));
 }
 
-TEST_F(MakeDirectories, KeepsWhatWasMadeBeforeAFailure) {
+TEST_F(MakeDirectories, KeepsTheFoldersMadeBeforeAFailure) {
   fs::permissions(scratch.path(), fs::perms::all);
 
   inUnprivilegedChild([this] {
-    umask(0777);  // so that nothing can be made in what it makes
+    umask(0777);  // so that nothing can be created inside the new folder
     EXPECT_EQ(raisedByMaking(scratch / "a/b/c"), "IOException: Cannot create directories");
   });
 
@@ -624,7 +589,7 @@ TEST_F(Rename, MovesALinkAndNotItsTarget) {
   EXPECT_TRUE(isLink(scratch / "moved too"));
 }
 
-// A separator at the end makes the folder its own parent, into which it cannot be moved.
+// The parent of "a/" is "a" itself, and a folder cannot be moved into itself (EINVAL).
 TEST_F(Rename, OfAFolderSpelledWithASeparatorAtTheEndRaises) {
   const std::string text = scratch.folder("a").native() + "/";
   void* path = newFolderPath(text);
@@ -705,7 +670,7 @@ TEST_F(Rename, OfWhatHasNoPathRaises) {
   }
 }
 
-// Touch, by both of its names.
+// Touch, as FilePath.touch and Path.touch.
 
 class Touch : public BoundaryTest, public testing::WithParamInterface<void (*)(void*)> {
  protected:
@@ -714,7 +679,7 @@ class Touch : public BoundaryTest, public testing::WithParamInterface<void (*)(v
     return raised();
   }
 
-  // As if it had last been written two days ago.
+  // Sets the modification time to two days ago.
   static fs::path aged(const fs::path& path) {
     fs::last_write_time(path, longAgo());
     return path;
@@ -725,7 +690,7 @@ class Touch : public BoundaryTest, public testing::WithParamInterface<void (*)(v
     return time;
   }
 
-  // That touching it raises nothing and moves the time of `changed` to the present.
+  // Expects that touching `path` raises nothing and sets the modification time of `changed` to now.
   static void expectTouched(const fs::path& path, const fs::path& changed) {
     const auto before = fs::file_time_type::clock::now();
     EXPECT_EQ(raisedByTouching(path), "");
@@ -878,8 +843,8 @@ TEST_P(Touch, InAFolderThatMayNotBeSearchedRaises) {
   EXPECT_EQ(fs::last_write_time(closed / "file"), longAgo());
 }
 
-// Only the owner may set a time, even where everybody may write.
-TEST_P(Touch, OfSomebodyElsesEntryRaises) {
+// Only the owner may set an arbitrary time, even with write permission (utimensat, EPERM).
+TEST_P(Touch, OfAnotherUsersEntryRaises) {
   inUnprivilegedChild([] {
     EXPECT_EQ(raisedByTouching("/dev/null"), "IOException: Cannot update file timestamp");
   });
@@ -899,45 +864,20 @@ TEST_P(Touch, OfAnOwnFileNeedsNoPermission) {
   });
 }
 
-TEST_P(Touch, OfAFileThatGoesAwayBetweenTwoLooksRaises) {
-  const fs::path file = scratch.file("file");
-
-  const Before secondLook(
-      SystemCall::kStatus, [&] { fs::remove(file); }, 2);
-  EXPECT_EQ(raisedByTouching(file), "IOException: Cannot update file timestamp");
-
-  EXPECT_FALSE(isThere(file));
-}
-
-TEST_P(Touch, OfAFileThatTurnsIntoAFolderBetweenTwoLooksRaises) {
-  const fs::path path = scratch.file("path");
-
-  const Before secondLook(
-      SystemCall::kStatus,
-      [&] {
-        fs::remove(path);
-        fs::create_directory(path);
-      },
-      2);
-  EXPECT_EQ(raisedByTouching(path), "IOException: Path is a directory");
-
-  EXPECT_TRUE(fs::is_directory(path));
-}
-
-TEST_P(Touch, LeavesAFileAloneThatComesInBetween) {
+TEST_P(Touch, LosingTheRaceToAFileLeavesItAlone) {
   const fs::path path = scratch / "path";
 
-  const Before opening(SystemCall::kOpen, [&] { aged(scratch.file("path", "theirs")); });
+  const BeforeCall opening(SystemCall::kOpen, [&] { aged(scratch.file("path", "theirs")); });
   EXPECT_EQ(raisedByTouching(path), "");
 
   EXPECT_EQ(contents(path), "theirs");
   EXPECT_EQ(fs::last_write_time(path), longAgo());
 }
 
-TEST_P(Touch, WhereAFolderComesInBetweenRaises) {
+TEST_P(Touch, LosingTheRaceToAFolderRaises) {
   const fs::path path = scratch / "path";
 
-  const Before opening(SystemCall::kOpen, [this] { scratch.folder("path"); });
+  const BeforeCall opening(SystemCall::kOpen, [this] { scratch.folder("path"); });
   EXPECT_EQ(raisedByTouching(path), "IOException: Cannot create file");
 
   EXPECT_TRUE(fs::is_directory(path));
@@ -951,7 +891,73 @@ TEST_P(Touch, ThatCannotCloseTheNewFileRaisesAndLeavesIt) {
   EXPECT_EQ(namesIn(scratch.path()), "new");
 }
 
-// All of them.
+// mkdir, mkdirs and touch query the status twice, and the second answer decides.
+
+struct TwoQueries {
+  const char* name;
+  void (*call)(const fs::path& path);
+  const char* raisedWhenRemoved;
+  const char* raisedWhenAFolder;
+};
+
+constexpr const char* kNoDirectory = "IOException: A non-directory path already exists";
+constexpr const char* kNoTimestamp = "IOException: Cannot update file timestamp";
+
+constexpr TwoQueries kTwoQueries[] = {
+    {"Mkdir", [](const fs::path& path) { quen_io_FolderPath__mkdirNative(path.c_str()); },
+     kNoDirectory, ""},
+    {"Mkdirs", [](const fs::path& path) { quen_io_FolderPath__mkdirsNative(path.c_str()); },
+     kNoDirectory, ""},
+    {"FileTouch", [](const fs::path& path) { quen_io_FilePath_touch(newFilePath(path.native())); },
+     kNoTimestamp, "IOException: Path is a directory"},
+    {"PathTouch", [](const fs::path& path) { quen_io_Path_touch(newPath(path.native())); },
+     kNoTimestamp, "IOException: Path is a directory"},
+};
+
+class BetweenTheTwoQueries : public BoundaryTest, public testing::WithParamInterface<TwoQueries> {
+ protected:
+  // Another process changes the entry between them.
+  std::string raisedWhen(const std::function<void()>& change) {
+    const BeforeCall secondQuery(SystemCall::kStatus, change, 2);
+    GetParam().call(path);
+    return raised();
+  }
+
+  const fs::path path = scratch / "path";
+};
+
+INSTANTIATE_TEST_SUITE_P(, BetweenTheTwoQueries, testing::ValuesIn(kTwoQueries),
+                         [](const auto& row) { return row.param.name; });
+
+TEST_P(BetweenTheTwoQueries, AFolderIsRemoved) {
+  scratch.folder("path");
+
+  EXPECT_EQ(raisedWhen([this] { fs::remove(path); }), GetParam().raisedWhenRemoved);
+
+  EXPECT_FALSE(isThere(path));
+}
+
+TEST_P(BetweenTheTwoQueries, AFileIsRemoved) {
+  scratch.file("path");
+
+  EXPECT_EQ(raisedWhen([this] { fs::remove(path); }), GetParam().raisedWhenRemoved);
+
+  EXPECT_FALSE(isThere(path));
+}
+
+TEST_P(BetweenTheTwoQueries, AFileIsReplacedByAFolder) {
+  scratch.file("path");
+
+  const auto replace = [this] {
+    fs::remove(path);
+    fs::create_directory(path);
+  };
+  EXPECT_EQ(raisedWhen(replace), GetParam().raisedWhenAFolder);
+
+  EXPECT_TRUE(fs::is_directory(path));
+}
+
+// All mutations.
 
 class Mutations : public BoundaryTest {};
 

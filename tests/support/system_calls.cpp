@@ -1,12 +1,16 @@
 #include "tests/support/system_calls.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <optional>
 #include <utility>
@@ -15,32 +19,38 @@ namespace quen::tests {
 
 namespace {
 
-thread_local Before* tAwaited = nullptr;
+thread_local BeforeCall* tAwaited = nullptr;
 thread_local bool tNextCloseFails = false;
-thread_local std::optional<std::size_t> tReadable;  // bytes before the defect
+thread_local std::optional<std::size_t> tReadable;  // bytes before the error
 thread_local bool tReadFailed = false;
+thread_local bool tNextReadInterrupted = false;
+thread_local int tEntriesBefore = -1;  // entries before the error; negative: none fails
+thread_local int tFolderError = 0;
+thread_local std::optional<std::size_t> tWritesAtMost;
+thread_local bool tWriteShortened = false;
+thread_local bool tNextFileStatusFails = false;
 
-// The definition that stands behind ours.
+// The C library's definition, which the one in this program preempts.
 template <class Function>
-Function* following(const char* name) {
+Function* nextDefinition(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace
 
-Before::Before(SystemCall call, std::function<void()> step, int nth)
+BeforeCall::BeforeCall(SystemCall call, std::function<void()> step, int nth)
     : call_(call), step_(std::move(step)), remaining_(nth) {
   tAwaited = this;
 }
 
-Before::~Before() {
-  EXPECT_EQ(remaining_, 0) << "calls that were awaited and not made";
+BeforeCall::~BeforeCall() {
+  EXPECT_EQ(remaining_, 0) << "expected calls that were not made";
   tAwaited = nullptr;
 }
 
-// Forgotten before its step, which may make such calls itself.
-void Before::come(SystemCall call) {
-  Before* awaited = tAwaited;
+// Reset before its step runs, because the step may make such calls itself.
+void BeforeCall::notify(SystemCall call) {
+  BeforeCall* awaited = tAwaited;
   if (awaited == nullptr || awaited->call_ != call || --awaited->remaining_ > 0) return;
   tAwaited = nullptr;
   awaited->step_();
@@ -53,56 +63,158 @@ FailingClose::~FailingClose() {
   tNextCloseFails = false;
 }
 
+InterruptedRead::InterruptedRead() { tNextReadInterrupted = true; }
+
+InterruptedRead::~InterruptedRead() {
+  EXPECT_FALSE(tNextReadInterrupted) << "nothing was read";
+  tNextReadInterrupted = false;
+}
+
+FailingFileStatus::FailingFileStatus() { tNextFileStatusFails = true; }
+
+FailingFileStatus::~FailingFileStatus() {
+  EXPECT_FALSE(tNextFileStatusFails) << "fstat was not called";
+  tNextFileStatusFails = false;
+}
+
+ShortWrites::ShortWrites(std::size_t most) {
+  tWritesAtMost = most;
+  tWriteShortened = false;
+}
+
+ShortWrites::~ShortWrites() {
+  EXPECT_TRUE(tWriteShortened) << "no write was long enough";
+  tWritesAtMost.reset();
+}
+
+FailingFolder::FailingFolder(int delivered, int error) {
+  tEntriesBefore = delivered;
+  tFolderError = error;
+}
+
+FailingFolder::~FailingFolder() {
+  EXPECT_EQ(tEntriesBefore, -1) << "no reading of a folder reached the error";
+  tEntriesBefore = -1;
+}
+
 FailingRead::FailingRead(std::size_t delivered) {
   tReadable = delivered;
   tReadFailed = false;
 }
 
 FailingRead::~FailingRead() {
-  EXPECT_TRUE(tReadFailed) << "nobody read up to the defect";
+  EXPECT_TRUE(tReadFailed) << "no read reached the error";
   tReadable.reset();
 }
 
 }  // namespace quen::tests
 
-using quen::tests::Before;
-using quen::tests::following;
-using quen::tests::SystemCall;
-using quen::tests::tNextCloseFails;
-using quen::tests::tReadable;
-using quen::tests::tReadFailed;
+using namespace quen::tests;
 
 #pragma GCC visibility push(default)
 
 int stat(const char* path, struct stat* status) noexcept {
-  static auto* const next = following<int(const char*, struct stat*)>("stat");
-  Before::come(SystemCall::kStatus);
+  static auto* const next = nextDefinition<int(const char*, struct stat*)>("stat");
+  BeforeCall::notify(SystemCall::kStatus);
   return next(path, status);
 }
 
+int fstat(int file, struct stat* status) noexcept {
+  static auto* const next = nextDefinition<int(int, struct stat*)>("fstat");
+  if (!std::exchange(tNextFileStatusFails, false)) return next(file, status);
+  errno = EIO;
+  return -1;
+}
+
 int mkdir(const char* path, mode_t mode) noexcept {
-  static auto* const next = following<int(const char*, mode_t)>("mkdir");
-  Before::come(SystemCall::kMakeDirectory);
+  static auto* const next = nextDefinition<int(const char*, mode_t)>("mkdir");
+  BeforeCall::notify(SystemCall::kMakeDirectory);
   return next(path, mode);
 }
 
+int open(const char* path, int flags, ...) {
+  static auto* const next = nextDefinition<int(const char*, int, ...)>("open");
+  std::va_list rest;
+  va_start(rest, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+  va_end(rest);
+  BeforeCall::notify(SystemCall::kOpen);
+  return next(path, flags, mode);
+}
+
+// The C library's own streams call none of these.
 FILE* fopen64(const char* path, const char* mode) {
-  static auto* const next = following<FILE*(const char*, const char*)>("fopen64");
-  Before::come(SystemCall::kOpen);
+  static auto* const next = nextDefinition<FILE*(const char*, const char*)>("fopen64");
+  BeforeCall::notify(SystemCall::kOpen);
   return next(path, mode);
 }
 
 int fclose(FILE* file) {
-  static auto* const next = following<int(FILE*)>("fclose");
-  Before::come(SystemCall::kClose);
+  static auto* const next = nextDefinition<int(FILE*)>("fclose");
+  BeforeCall::notify(SystemCall::kClose);
   const int result = next(file);
   if (!std::exchange(tNextCloseFails, false)) return result;
   errno = EIO;
   return EOF;
 }
 
+int close(int file) {
+  static auto* const next = nextDefinition<int(int)>("close");
+  BeforeCall::notify(SystemCall::kClose);
+  const int result = next(file);
+  if (!std::exchange(tNextCloseFails, false)) return result;
+  errno = EIO;
+  return -1;
+}
+
+ssize_t write(int file, const void* bytes, std::size_t count) {
+  static auto* const next = nextDefinition<ssize_t(int, const void*, std::size_t)>("write");
+  BeforeCall::notify(SystemCall::kWrite);
+  if (!tWritesAtMost || count <= *tWritesAtMost) return next(file, bytes, count);
+  tWriteShortened = true;
+  return next(file, bytes, *tWritesAtMost);
+}
+
+dirent* readdir(DIR* folder) {
+  static auto* const next = nextDefinition<dirent*(DIR*)>("readdir");
+  if (tEntriesBefore < 0 || tEntriesBefore-- > 0) return next(folder);
+  errno = tFolderError;
+  return nullptr;
+}
+
+int closedir(DIR* folder) {
+  static auto* const next = nextDefinition<int(DIR*)>("closedir");
+  BeforeCall::notify(SystemCall::kCloseFolder);
+  return next(folder);
+}
+
+#ifndef __SANITIZE_THREAD__
+int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+  static auto* const next = nextDefinition<int(pthread_mutex_t*)>("pthread_mutex_lock");
+  BeforeCall::notify(SystemCall::kLock);
+  return next(mutex);
+}
+
+int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
+  static auto* const next = nextDefinition<int(pthread_mutex_t*)>("pthread_mutex_trylock");
+  BeforeCall::notify(SystemCall::kTryLock);
+  return next(mutex);
+}
+
+int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+  static auto* const next = nextDefinition<int(pthread_mutex_t*)>("pthread_mutex_unlock");
+  BeforeCall::notify(SystemCall::kUnlock);
+  return next(mutex);
+}
+#endif
+
 ssize_t read(int file, void* bytes, std::size_t count) {
-  static auto* const next = following<ssize_t(int, void*, std::size_t)>("read");
+  static auto* const next = nextDefinition<ssize_t(int, void*, std::size_t)>("read");
+  BeforeCall::notify(SystemCall::kRead);
+  if (std::exchange(tNextReadInterrupted, false)) {
+    errno = EINTR;
+    return -1;
+  }
   if (!tReadable) return next(file, bytes, count);
   if (*tReadable == 0) {
     tReadFailed = true;

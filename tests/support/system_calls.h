@@ -1,8 +1,8 @@
-// Moments inside an entry point that a test cannot reach otherwise: right before it calls the C
-// library, and when that reports a failure that no file system at hand has.
+// Interposes functions of the C library, so that a test can act right before one of them is called
+// inside an entry point, or let it fail in a way that no file system at hand does.
 //
-// The program's own definitions of these functions come before the C library's, for the standard
-// library as well. Only calls of the thread that made the object are counted.
+// The definitions in the test program preempt those of the C library (symbol interposition), also
+// for libstdc++. Only calls by the thread that created the object are affected.
 #pragma once
 
 #include <cstddef>
@@ -10,24 +10,35 @@
 
 namespace quen::tests {
 
-enum class SystemCall { kStatus, kMakeDirectory, kOpen, kClose };
+enum class SystemCall {
+  kStatus,
+  kMakeDirectory,
+  kOpen,
+  kRead,
+  kWrite,
+  kClose,
+  kCloseFolder,
+  // Of a pthread_mutex_t; not with the thread sanitizer, which has to see these calls itself.
+  kLock,
+  kTryLock,
+  kUnlock,
+};
 
-// What somebody else does right before the nth of these calls from here on.
+// Does what another process might do, right before the nth such call from now on.
 //
-//   const Before makingIt(SystemCall::kMakeDirectory, [&] { fs::create_directory(folder); });
+//   const BeforeCall mkdir(SystemCall::kMakeDirectory, [&] { fs::create_directory(folder); });
 //   quen_io_FolderPath__mkdirNative(folder.c_str());
-class Before {
+class BeforeCall {
  public:
-  Before(SystemCall call, std::function<void()> step, int nth = 1);
+  BeforeCall(SystemCall call, std::function<void()> step, int nth = 1);
 
   // Fails the test when there were fewer calls.
-  ~Before();
+  ~BeforeCall();
 
-  Before(const Before&) = delete;
-  Before& operator=(const Before&) = delete;
+  BeforeCall& operator=(BeforeCall&&) = delete;  // neither copyable nor movable
 
-  // For the definitions of the calls: one is about to be made.
-  static void come(SystemCall call);
+  // Called by each interposed function before it calls the C library.
+  static void notify(SystemCall call);
 
  private:
   SystemCall call_;
@@ -35,7 +46,7 @@ class Before {
   int remaining_;
 };
 
-// Lets the next close of a file report an input/output error; the file is closed all the same.
+// Makes the next fclose report EIO; the file is closed anyway.
 class FailingClose {
  public:
   FailingClose();
@@ -43,21 +54,65 @@ class FailingClose {
   // Fails the test when no file was closed.
   ~FailingClose();
 
-  FailingClose(const FailingClose&) = delete;
-  FailingClose& operator=(const FailingClose&) = delete;
+  FailingClose& operator=(FailingClose&&) = delete;  // neither copyable nor movable
 };
 
-// A passing defect of the medium: reads deliver so many bytes all together, then one reports an
-// input/output error, and those after it would go on.
+// A transient read error: reads deliver the given number of bytes in total, the next one reports
+// EIO, and later ones would succeed again.
 class FailingRead {
  public:
   explicit FailingRead(std::size_t delivered);
 
-  // Fails the test when nobody read that far.
+  // Fails the test when that many bytes were never read.
   ~FailingRead();
 
-  FailingRead(const FailingRead&) = delete;
-  FailingRead& operator=(const FailingRead&) = delete;
+  FailingRead& operator=(FailingRead&&) = delete;  // neither copyable nor movable
+};
+
+// Makes the next fstat report EIO.
+class FailingFileStatus {
+ public:
+  FailingFileStatus();
+
+  // Fails the test when fstat was not called.
+  ~FailingFileStatus();
+
+  FailingFileStatus(const FailingFileStatus&) = delete;
+  FailingFileStatus& operator=(const FailingFileStatus&) = delete;
+};
+
+// Limits how many bytes one write transfers: short writes. 0 makes write(2) return 0.
+class ShortWrites {
+ public:
+  explicit ShortWrites(std::size_t most);
+
+  // Fails the test when no write was longer.
+  ~ShortWrites();
+
+  ShortWrites& operator=(ShortWrites&&) = delete;  // neither copyable nor movable
+};
+
+// Makes reading a folder fail with this error after so many entries, "." and ".." included.
+class FailingFolder {
+ public:
+  FailingFolder(int delivered, int error);
+
+  // Fails the test when no folder was read so far.
+  ~FailingFolder();
+
+  FailingFolder& operator=(FailingFolder&&) = delete;  // neither copyable nor movable
+};
+
+// Makes the next read report EINTR, as if a signal had interrupted it.
+class InterruptedRead {
+ public:
+  InterruptedRead();
+
+  // Fails the test when nothing was read.
+  ~InterruptedRead();
+
+  InterruptedRead(const InterruptedRead&) = delete;
+  InterruptedRead& operator=(const InterruptedRead&) = delete;
 };
 
 }  // namespace quen::tests

@@ -34,7 +34,7 @@ using namespace quen::small;
 namespace {
 
 using quen::tests::allowOpenFiles;
-using quen::tests::Before;
+using quen::tests::BeforeCall;
 using quen::tests::BoundaryTest;
 using quen::tests::contents;
 using quen::tests::FailingClose;
@@ -735,7 +735,7 @@ TEST_F(HangingWriter, InAnOpenDelaysNobodyElse) {
   std::latch opening(1);
   Handle hanging = 0;
   std::jthread opener([&] {
-    const Before open(SystemCall::kOpen, [&] { opening.count_down(); });
+    const BeforeCall open(SystemCall::kOpen, [&] { opening.count_down(); });
     hanging = quen_io_FileWriter__openPath(unread.c_str(), 0);
     EXPECT_EQ(raised(), "");
   });

@@ -1,7 +1,8 @@
 // One-shot writing: every call opens the file, writes, and closes it again.
 //
-// The close at the end of each operation is not checked: it writes out the stream's buffer, and a
-// failure that shows only then raises nothing. What the stream noted before is reported.
+// The close at the end of each operation is not checked: it flushes the stream's buffer, and a
+// failure of that flush raises nothing. Failures that the state of the stream shows before the
+// close are raised.
 
 #include <cstdint>
 #include <cstring>
@@ -22,7 +23,7 @@ constexpr std::ios::openmode kAppend = std::ios::out | std::ios::app | std::ios:
 
 using Bytes = std::vector<std::uint8_t>;
 
-// The stream has failed after raising.
+// Returns a stream in a failed state after raising.
 std::ofstream openOrRaise(const char* path, std::ios::openmode mode) {
   std::ofstream file(Quen_runtimeFsPath(path), mode);
   if (!file) raiseIOException("Cannot open file for writing");
@@ -99,8 +100,8 @@ void quen_io_FileOutputStream__appendTextPath(const char* path, const char* text
   appendTextFileOrRaise(path, text);
 }
 
-// Two opens, between which the file is empty; it stays so when the second fails. Whoever needs the
-// old text until the new one stands publishes instead.
+// Opens the file twice. It is empty in between, and stays empty when the second open fails. A
+// caller who needs the old text until the new one is complete uses writeAtomic.
 void quen_io_FileWriter__writePath(const char* path, const char* text) {
   if (truncateFileOrRaise(path)) appendTextFileOrRaise(path, text);
 }

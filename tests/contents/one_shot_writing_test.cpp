@@ -17,31 +17,21 @@
 
 namespace fs = std::filesystem;
 using namespace quen::small;
+using namespace quen::tests;
 using namespace std::string_literals;
 
 namespace {
 
-using quen::tests::Before;
-using quen::tests::BoundaryTest;
-using quen::tests::contents;
-using quen::tests::FailingClose;
-using quen::tests::FileSizeLimit;
-using quen::tests::inChild;
-using quen::tests::inUnprivilegedChild;
-using quen::tests::namesIn;
-using quen::tests::openFiles;
-using quen::tests::SystemCall;
-
 constexpr const char* kDeviceWithoutSpace = "/dev/full";
 
-// More than any stream would hold back.
+// Larger than the buffer of any stream.
 const std::string kLong(std::size_t{1} << 20, 'x');
 
 void* byteArray(const std::string& bytes) {
   return newByteArray(std::vector<std::uint8_t>(bytes.begin(), bytes.end()));
 }
 
-// One of the ways to write a text into a file, by whatever arguments it takes.
+// An entry point that writes a text into a file, called with the arguments it needs.
 struct Way {
   const char* name;
   void (*write)(const char* path, const std::string& text);
@@ -52,26 +42,21 @@ std::ostream& operator<<(std::ostream& stream, const Way& way) { return stream <
 
 std::string nameOf(const testing::TestParamInfo<Way>& way) { return way.param.name; }
 
-const Way kFileWriterAppend{"FileWriterAppend",
-                            [](const char* path, const std::string& text) {
-                              quen_io_FileWriter__appendPath(path, text.c_str());
-                            },
-                            true};
+template <void (*kWrite)(const char*, const char*)>
+void writeText(const char* path, const std::string& text) {
+  kWrite(path, text.c_str());
+}
+
+template <void (*kWrite)(const char*, void*)>
+void writeBytes(const char* path, const std::string& text) {
+  kWrite(path, byteArray(text));
+}
+
+const Way kFileWriterAppend{"FileWriterAppend", writeText<quen_io_FileWriter__appendPath>, true};
 const Way kOutputStreamAppend{"FileOutputStreamAppendText",
-                              [](const char* path, const std::string& text) {
-                                quen_io_FileOutputStream__appendTextPath(path, text.c_str());
-                              },
-                              true};
-const Way kWrite{"FileWriterWrite",
-                 [](const char* path, const std::string& text) {
-                   quen_io_FileWriter__writePath(path, text.c_str());
-                 },
-                 false};
-const Way kWriteBytes{"FilesWriteBytes",
-                      [](const char* path, const std::string& text) {
-                        quen_io_Files__writeBytesPath(path, byteArray(text));
-                      },
-                      false};
+                              writeText<quen_io_FileOutputStream__appendTextPath>, true};
+const Way kWrite{"FileWriterWrite", writeText<quen_io_FileWriter__writePath>, false};
+const Way kWriteBytes{"FilesWriteBytes", writeBytes<quen_io_Files__writeBytesPath>, false};
 const Way kWriteBytesWithPrefix{"FilesWriteBytesWithPrefix",
                                 [](const char* path, const std::string& text) {
                                   const std::string prefix = text.substr(0, text.size() / 2);
@@ -86,10 +71,7 @@ const Way kPrefixAlone{"FilesWriteBytesWithPrefixAlone",
                        },
                        false};
 const Way kAppendBytes{"FileOutputStreamAppendBytes",
-                       [](const char* path, const std::string& text) {
-                         quen_io_FileOutputStream__appendBytesPath(path, byteArray(text));
-                       },
-                       true};
+                       writeBytes<quen_io_FileOutputStream__appendBytesPath>, true};
 const Way kFileWriterTruncate{
     "FileWriterTruncate",
     [](const char* path, const std::string&) { quen_io_FileWriter__truncatePath(path); }, false};
@@ -98,7 +80,7 @@ const Way kOutputStreamTruncate{
     [](const char* path, const std::string&) { quen_io_FileOutputStream__truncatePath(path); },
     false};
 
-// What every entry point does, those included that have nothing to write.
+// Common to all entry points, including those that write nothing.
 
 class AnyOpening : public BoundaryTest, public testing::WithParamInterface<Way> {
  protected:
@@ -191,8 +173,8 @@ TEST_P(AnyOpening, MakesTheMissingTargetOfALink) {
   EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(scratch / "target")));
 }
 
-// It is the same file afterwards, not another under its name.
-TEST_P(AnyOpening, WritesIntoTheFileThatIsThere) {
+// The inode stays the same: the file is not replaced by a new one.
+TEST_P(AnyOpening, WritesIntoTheExistingFile) {
   const fs::path file = scratch.file("file", "old");
   fs::create_hard_link(file, scratch / "other name");
   fs::permissions(file, fs::perms(0606));
@@ -238,7 +220,7 @@ TEST_P(AnyOpening, RecordsNoKind) {
   EXPECT_EQ(recordedKinds(), 0u);
 }
 
-// What every entry point does that writes something.
+// Common to all entry points that write.
 
 class AnyWrite : public BoundaryTest, public testing::WithParamInterface<Way> {
  protected:
@@ -247,7 +229,7 @@ class AnyWrite : public BoundaryTest, public testing::WithParamInterface<Way> {
     return raised();
   }
 
-  // What a file with the old content holds once the new one was written.
+  // The contents of a file with `oldContent` after writing `newContent`.
   static std::string after(const std::string& oldContent, const std::string& newContent) {
     return GetParam().appends ? oldContent + newContent : newContent;
   }
@@ -259,10 +241,14 @@ INSTANTIATE_TEST_SUITE_P(, AnyWrite,
                                          kAppendBytes),
                          nameOf);
 
-TEST_P(AnyWrite, IntoAMissingFileGivesItsText) {
-  EXPECT_EQ(raisedByWriting(scratch / "new", "some text"), "");
+TEST_P(AnyWrite, CreatesAMissingFileAlsoForAnEmptyText) {
+  for (const std::string written : {"some text", ""}) {
+    fs::remove(scratch / "new");
 
-  EXPECT_EQ(contents(scratch / "new"), "some text");
+    EXPECT_EQ(raisedByWriting(scratch / "new", written), "");
+
+    EXPECT_EQ(contents(scratch / "new"), written);
+  }
 }
 
 TEST_P(AnyWrite, ReplacesOrAppends) {
@@ -272,12 +258,6 @@ TEST_P(AnyWrite, ReplacesOrAppends) {
   EXPECT_EQ(raisedByWriting(file, "de"), "");
 
   EXPECT_EQ(contents(file), after(after("older content", "abc"), "de"));
-}
-
-TEST_P(AnyWrite, OfNothingMakesAMissingFileAllTheSame) {
-  EXPECT_EQ(raisedByWriting(scratch / "new", ""), "");
-
-  EXPECT_EQ(contents(scratch / "new"), "");
 }
 
 TEST_P(AnyWrite, OfNothingIntoAFileReplacesOrAppendsNothing) {
@@ -311,7 +291,7 @@ TEST_P(AnyWrite, OfALongTextOntoAFullDeviceRaises) {
   EXPECT_EQ(raisedByWriting(kDeviceWithoutSpace, kLong), "IOException: Failed to write file");
 }
 
-// The failure shows in the unchecked close only.
+// The bytes stay in the filebuf until the close, which is unchecked.
 TEST_P(AnyWrite, OfAFewBytesOntoAFullDeviceRaisesNothing) {
   EXPECT_EQ(raisedByWriting(kDeviceWithoutSpace, "few"), "");
 }
@@ -339,7 +319,7 @@ TEST_P(AnyWrite, ThatFailsWhileClosingLeavesWhatReachedTheFile) {
   EXPECT_EQ(contents(file), after("old", "new text").substr(0, 5));
 }
 
-TEST_P(AnyWrite, ThatCannotAddAByteHasEmptiedTheFileOrLeftIt) {
+TEST_P(AnyWrite, WithoutRoomForAByteLeavesTheFileEmptiedOrUnchanged) {
   const fs::path file = scratch.file("file", "old");
 
   inChild([&] {
@@ -442,12 +422,12 @@ TEST_F(WriteText, StopsAtTheFirstNul) {
   EXPECT_EQ(raised(), "");
 }
 
-// Writing a text is no atomic replacement.
+// Replacing a text is not atomic.
 TEST_F(WriteText, EmptiesTheFileBeforeItOpensItForTheText) {
   const fs::path file = scratch.file("file", "old");
-  std::string between = "never looked at";
+  std::string between = "not read";
 
-  const Before secondOpening(
+  const BeforeCall secondOpening(
       SystemCall::kOpen, [&] { between = contents(file); }, 2);
   quen_io_FileWriter__writePath(file.c_str(), "new");
 
@@ -456,10 +436,10 @@ TEST_F(WriteText, EmptiesTheFileBeforeItOpensItForTheText) {
   EXPECT_EQ(contents(file), "new");
 }
 
-TEST_F(WriteText, AppendsToWhatSomebodyElseWroteInBetween) {
+TEST_F(WriteText, AppendsToTextsWrittenBetweenItsTwoOpens) {
   const fs::path file = scratch.file("file", "old");
 
-  const Before secondOpening(
+  const BeforeCall secondOpening(
       SystemCall::kOpen, [this] { scratch.file("file", "theirs and "); }, 2);
   quen_io_FileWriter__writePath(file.c_str(), "ours");
 
@@ -470,7 +450,7 @@ TEST_F(WriteText, AppendsToWhatSomebodyElseWroteInBetween) {
 TEST_F(WriteText, ThatCannotOpenTheFileAgainRaisesAndLeavesItEmpty) {
   const fs::path link = scratch.link("link", scratch.file("file", "old"));
 
-  const Before secondOpening(
+  const BeforeCall secondOpening(
       SystemCall::kOpen,
       [&] {
         fs::remove(link);
@@ -538,7 +518,7 @@ TEST_F(WriteBytes, LeavesTheArrayAsItIs) {
   EXPECT_EQ(byteArrayContents(array), (std::vector<std::uint8_t>{1, 2}));
 }
 
-// Where replacing and appending differ on purpose.
+// Replacing and appending differ intentionally.
 TEST_F(WriteBytes, TakesANullForNoBytesWhenReplacing) {
   const fs::path file = scratch.file("file", "old");
 
@@ -563,7 +543,7 @@ TEST_F(WriteBytes, RefusesANullWhenAppendingAndLeavesTheFile) {
   EXPECT_EQ(namesIn(scratch.path()), "file");
 }
 
-// The three entry points that take an object, which may be anything.
+// Entry points that take an object, which may be of any class.
 struct Bytes {
   const char* name;
   void (*write)(const char* path, void* bytes);
@@ -612,7 +592,7 @@ TEST_P(WriteNoBytes, RaisesBeforeItTriesToOpenTheFile) {
             "TypeError: Expected Byte[] but got String");
 }
 
-TEST_P(WriteNoBytes, ComplainsOfAnEmptyPathFirst) {
+TEST_P(WriteNoBytes, ReportsAnEmptyPathFirst) {
   for (const char* empty : {static_cast<const char*>(nullptr), ""}) {
     GetParam().write(empty, newString("text"));
     EXPECT_EQ(raised(), "IOException: File path is empty");
