@@ -1,16 +1,19 @@
 // The names of a folder's entries, in the order in which the system delivers them.
 //
-// The kind of each entry is recorded in the runtime on the way, so that whoever walks the folder
-// next need not ask for it again. A folder that may not be read counts as empty.
+// The kind of each entry is recorded in the runtime on the way, so that it is known already when
+// the caller asks for it next. A folder that may not be read counts as empty.
 
 #include <exception>
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <system_error>
 
 #include "conventions.h"
 #include "quen/io/entry_points.h"
 #include "quen/io/operations.h"
+#include "system/cancellation.h"
+#include "system/open_folder.h"
 
 namespace fs = std::filesystem;
 using namespace quen::io;
@@ -19,22 +22,32 @@ namespace {
 
 constexpr const char* kCannotEnumerate = "Cannot enumerate directory";
 
-// In this order for every entry, with the path spelled as the iteration delivers it.
+// In this order for every entry. The path is spelled as fs::directory_iterator spells it: the
+// folder as given, joined with the name. The name is the last element of the path, not a copy.
 void addEntry(void* names, const fs::path& entry) {
   const QuenPathEntryKind kind = Quen_pathEntryKind(entry);
   Quen_cachePathEntryKind(entry, kind);
-  const std::string name = Quen_visiblePathString(entry.filename(), false);
+  const auto last = std::prev(entry.end());
+  const std::string name = Quen_visiblePathString(*last, false);
   void* element = Quen_allocString(name);
   quen_collections_ArrayList_add(names, element);
 }
 
+// directory_options::skip_permission_denied covers the opening and the first entry (libstdc++,
+// directory_iterator's constructor); a permission that is denied further on is an error.
 void listOrRaise(const char* path, void* names) {
   const fs::path folder = Quen_runtimeFsPath(path);
   std::error_code error;
-  fs::directory_iterator entry(folder, fs::directory_options::skip_permission_denied, error);
-  while (!error && entry != fs::directory_iterator()) {
-    addEntry(names, entry->path());
-    entry.increment(error);
+  OpenFolder open(folder, error);
+  const char* name = error ? nullptr : open.next(error);
+  if (error == std::errc::permission_denied) return;
+
+  // One path for all entries, of which the last name is replaced.
+  fs::path entry = name == nullptr ? fs::path() : folder / name;
+  while (name != nullptr) {
+    addEntry(names, entry);
+    name = open.next(error);
+    if (name != nullptr) entry.replace_filename(name);
   }
   if (error) raiseIOException(kCannotEnumerate);
 }
@@ -48,6 +61,8 @@ void* quen_io_FolderPath__listNamesNative(const char* path) {
 
   try {
     listOrRaise(path, names);
+  } catch (const ForcedUnwind&) {
+    throw;
   } catch (const std::exception& failure) {
     const char* description = failure.what();
     raiseIOException(isEmpty(description) ? kCannotEnumerate : description);

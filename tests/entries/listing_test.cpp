@@ -2,6 +2,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstddef>
 #include <set>
 #include <string>
 #include <vector>
@@ -10,6 +12,7 @@
 #include "runtime/small/host.h"
 #include "tests/support/boundary_test.h"
 #include "tests/support/child_process.h"
+#include "tests/support/system_calls.h"
 
 namespace fs = std::filesystem;
 using namespace quen::small;
@@ -129,7 +132,34 @@ TEST_F(Listing, OfAFolderThatMayNotBeReadIsEmpty) {
   fs::permissions(scratch / "closed", fs::perms::owner_all);
 }
 
-// The names can be had, the kinds cannot.
+// Denied permission is silent until the first entry, as with
+// directory_options::skip_permission_denied; afterwards it is an error like any other.
+TEST_F(Listing, ThatIsDeniedAfterTheFirstEntryRaises) {
+  for (const char* name : {"a", "b", "c"}) scratch.file(name);
+  constexpr int kDots = 2;
+  for (int delivered = 0; delivered <= 5; ++delivered) {
+    SCOPED_TRACE(delivered);
+    const FailingFolder failing(delivered, EACCES);
+
+    const Names names = namesOf(scratch.path());
+
+    // "." and ".." come first on no file system for sure.
+    EXPECT_LE(names.size(), static_cast<std::size_t>(delivered));
+    EXPECT_GE(static_cast<int>(names.size()), delivered - kDots);
+    EXPECT_EQ(raised(), names.empty() ? "" : "IOException: Cannot enumerate directory");
+  }
+}
+
+TEST_F(Listing, ThatBreaksOffRaisesAndHasTheNamesUntilThen) {
+  for (const char* name : {"a", "b", "c"}) scratch.file(name);
+  for (int delivered = 0; delivered <= 5; ++delivered) {
+    const FailingFolder failing(delivered, EIO);
+    EXPECT_LE(namesOf(scratch.path()).size(), static_cast<std::size_t>(delivered));
+    EXPECT_EQ(raised(), "IOException: Cannot enumerate directory") << delivered;
+  }
+}
+
+// readdir works with read permission, but stat of an entry needs search permission.
 TEST_F(Listing, OfAFolderThatMayBeReadButNotSearchedHasItsNames) {
   fs::permissions(scratch.path(), fs::perms::all);
   scratch.folder("readable");
