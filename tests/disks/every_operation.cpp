@@ -26,18 +26,18 @@ bool isThere(const fs::path& path) {
   return fs::exists(fs::symlink_status(path, ignored));
 }
 
-// What was raised, with the neutral answer, or else the answer.
-std::string outcome(const std::string& answer) {
+// The raised exception, beside which the result has to be neutral, or else the result.
+std::string outcome(const std::string& result) {
   const std::optional<Exception> exception = takeException();
-  if (!exception) return answer;
-  EXPECT_EQ(answer, "") << "an answer beside the exception";
+  if (!exception) return result;
+  EXPECT_EQ(result, "") << "a result beside the exception";
   return exception->className + ": " + exception->message;
 }
 
-// The same of what gives no answer, but can be seen on disk.
-std::string outcome(std::string (*seen)(const fs::path&), const fs::path& path) {
+// The raised exception, or else the state on disk, for operations that return nothing.
+std::string outcome(std::string (*stateOnDisk)(const fs::path&), const fs::path& path) {
   const std::string raised = outcome("");
-  return raised.empty() ? seen(path) : raised;
+  return raised.empty() ? stateOnDisk(path) : raised;
 }
 
 std::string startOf(const fs::path& file) {
@@ -52,7 +52,7 @@ std::string startOf(const fs::path& file) {
 
 std::string presence(const fs::path& path) { return isThere(path) ? "there" : "gone"; }
 
-// By all queries, which have to agree with each other.
+// The answers of all queries, which have to agree with each other.
 std::string entryAt(const fs::path& path) {
   void* self = newPath(path.native());
   const bool exists = quen_io_Path__exists(self);
@@ -69,6 +69,9 @@ std::string entryAt(const fs::path& path) {
                            : folder ? "folder"
                            : exists ? "other"
                                     : "nothing";
+  EXPECT_EQ(stringBytes(quen_io_Path__pathKindPath(path.c_str())), regular  ? "file"
+                                                                   : folder ? "directory"
+                                                                            : "unknown");
   return (quen_io_Path__isSymlink(self) ? "link to " : "") + kind;
 }
 
@@ -80,7 +83,6 @@ std::string readBytes(const fs::path& path, const std::string&) {
   return outcome({bytes.begin(), bytes.begin() + count});
 }
 
-// Ends with the first exception.
 std::string writeThroughHandle(const fs::path& path, const std::string& text, bool append) {
   const std::int64_t handle = quen_io_FileWriter__openPath(path.c_str(), append ? 1 : 0);
   if (handle == 0) return outcome("");
@@ -90,7 +92,7 @@ std::string writeThroughHandle(const fs::path& path, const std::string& text, bo
   return outcome(startOf, path);
 }
 
-// The receiver goes where the entry goes.
+// The receiver has to name the new place exactly when the entry was renamed.
 std::string rename(const fs::path& path, const std::string&) {
   void* self = newPath(path.native());
   quen_io_Path_rename(self, "renamed");
@@ -109,54 +111,65 @@ std::string list(const fs::path& path, const std::string&) {
   return outcome(joined);
 }
 
-std::string touched(const fs::path& path, void (*touch)(void*)) {
-  touch(newPath(path.native()));
-  return outcome(entryAt, path);
+// The forms of operations that several entry points share.
+
+template <void* (*kRead)(const char*)>
+std::string read(const fs::path& path, const std::string&) {
+  return outcome(stringBytes(kRead(path.c_str())));
+}
+
+template <bool (*kTruncate)(const char*)>
+std::string truncate(const fs::path& path, const std::string&) {
+  const bool truncated = kTruncate(path.c_str());
+  return outcome(truncated ? startOf(path) : "");
+}
+
+template <void (*kWrite)(const char*, const char*)>
+std::string writeText(const fs::path& path, const std::string& text) {
+  kWrite(path.c_str(), text.c_str());
+  return outcome(startOf, path);
+}
+
+template <void (*kWrite)(const char*, void*)>
+std::string writeBytes(const fs::path& path, const std::string& text) {
+  kWrite(path.c_str(), byteArray(text));
+  return outcome(startOf, path);
+}
+
+template <void (*kChange)(void*), auto kStateOnDisk>
+std::string change(const fs::path& path, const std::string&) {
+  kChange(newPath(path.native()));
+  return outcome(kStateOnDisk, path);
+}
+
+template <void (*kChange)(const char*), auto kStateOnDisk>
+std::string changeAt(const fs::path& path, const std::string&) {
+  kChange(path.c_str());
+  return outcome(kStateOnDisk, path);
 }
 
 const Operation kOperations[] = {
     {"queries", &Outcomes::entry,
      [](const fs::path& path, const std::string&) { return outcome(entryAt(path)); }},
 
-    {"FileReader._readAllTextPath", &Outcomes::text,
-     [](const fs::path& path, const std::string&) {
-       return outcome(stringBytes(quen_io_FileReader__readAllTextPath(path.c_str())));
-     }},
+    {"FileReader._readAllTextPath", &Outcomes::text, read<quen_io_FileReader__readAllTextPath>},
     {"FileInputStream._readTextFromOffsetPath", &Outcomes::text,
      [](const fs::path& path, const std::string&) {
        return outcome(
            stringBytes(quen_io_FileInputStream__readTextFromOffsetPath(path.c_str(), 0)));
      }},
-    {"TOML._readStrictPath", &Outcomes::text,
-     [](const fs::path& path, const std::string&) {
-       return outcome(stringBytes(quen_io_toml_TOML__readStrictPath(path.c_str())));
-     }},
+    {"TOML._readStrictPath", &Outcomes::text, read<quen_io_toml_TOML__readStrictPath>},
     {"FileReader._readPrefixPath", &Outcomes::prefix,
      [](const fs::path& path, const std::string&) {
        return outcome(stringBytes(quen_io_FileReader__readPrefixPath(path.c_str(), kReadAtMost)));
      }},
     {"FileInputStream._readBytesPath", &Outcomes::bytes, readBytes},
 
-    {"FileWriter._truncatePath", &Outcomes::truncate,
-     [](const fs::path& path, const std::string&) {
-       const bool truncated = quen_io_FileWriter__truncatePath(path.c_str());
-       return outcome(truncated ? startOf(path) : "");
-     }},
+    {"FileWriter._truncatePath", &Outcomes::truncate, truncate<quen_io_FileWriter__truncatePath>},
     {"FileOutputStream._truncatePath", &Outcomes::truncate,
-     [](const fs::path& path, const std::string&) {
-       const bool truncated = quen_io_FileOutputStream__truncatePath(path.c_str());
-       return outcome(truncated ? startOf(path) : "");
-     }},
-    {"FileWriter._writePath", &Outcomes::replace,
-     [](const fs::path& path, const std::string& text) {
-       quen_io_FileWriter__writePath(path.c_str(), text.c_str());
-       return outcome(startOf, path);
-     }},
-    {"Files._writeBytesPath", &Outcomes::replace,
-     [](const fs::path& path, const std::string& text) {
-       quen_io_Files__writeBytesPath(path.c_str(), byteArray(text));
-       return outcome(startOf, path);
-     }},
+     truncate<quen_io_FileOutputStream__truncatePath>},
+    {"FileWriter._writePath", &Outcomes::replace, writeText<quen_io_FileWriter__writePath>},
+    {"Files._writeBytesPath", &Outcomes::replace, writeBytes<quen_io_Files__writeBytesPath>},
     {"Files._writeBytesWithPrefixPath", &Outcomes::replace,
      [](const fs::path& path, const std::string& text) {
        quen_io_Files__writeBytesWithPrefixPath(path.c_str(), text.substr(0, 1).c_str(),
@@ -167,79 +180,48 @@ const Operation kOperations[] = {
      [](const fs::path& path, const std::string& text) {
        return writeThroughHandle(path, text, false);
      }},
-    {"FileWriter._appendPath", &Outcomes::append,
-     [](const fs::path& path, const std::string& text) {
-       quen_io_FileWriter__appendPath(path.c_str(), text.c_str());
-       return outcome(startOf, path);
-     }},
+    {"FileWriter._appendPath", &Outcomes::append, writeText<quen_io_FileWriter__appendPath>},
     {"FileOutputStream._appendTextPath", &Outcomes::append,
-     [](const fs::path& path, const std::string& text) {
-       quen_io_FileOutputStream__appendTextPath(path.c_str(), text.c_str());
-       return outcome(startOf, path);
-     }},
+     writeText<quen_io_FileOutputStream__appendTextPath>},
     {"FileOutputStream._appendBytesPath", &Outcomes::append,
-     [](const fs::path& path, const std::string& text) {
-       quen_io_FileOutputStream__appendBytesPath(path.c_str(), byteArray(text));
-       return outcome(startOf, path);
-     }},
+     writeBytes<quen_io_FileOutputStream__appendBytesPath>},
     {"a handle to append", &Outcomes::append,
      [](const fs::path& path, const std::string& text) {
        return writeThroughHandle(path, text, true);
      }},
     {"DocumentIndexStore._writeAtomic", &Outcomes::publish,
-     [](const fs::path& path, const std::string& text) {
-       quen_data_internal_DocumentIndexStore__writeAtomic(path.c_str(), text.c_str());
-       return outcome(startOf, path);
-     }},
+     writeText<quen_data_internal_DocumentIndexStore__writeAtomic>},
 
-    {"Path.remove", &Outcomes::remove,
-     [](const fs::path& path, const std::string&) {
-       quen_io_Path_remove(newPath(path.native()));
-       return outcome(presence, path);
-     }},
+    {"Path.remove", &Outcomes::remove, change<quen_io_Path_remove, presence>},
     {"Path.rename", &Outcomes::rename, rename},
-    {"FilePath.touch", &Outcomes::touch,
-     [](const fs::path& path, const std::string&) {
-       return touched(path, quen_io_FilePath_touch);
-     }},
-    {"Path.touch", &Outcomes::touch,
-     [](const fs::path& path, const std::string&) { return touched(path, quen_io_Path_touch); }},
+    {"FilePath.touch", &Outcomes::touch, change<quen_io_FilePath_touch, entryAt>},
+    {"Path.touch", &Outcomes::touch, change<quen_io_Path_touch, entryAt>},
     {"FolderPath._mkdirNative", &Outcomes::makeFolder,
-     [](const fs::path& path, const std::string&) {
-       quen_io_FolderPath__mkdirNative(path.c_str());
-       return outcome(entryAt, path);
-     }},
+     changeAt<quen_io_FolderPath__mkdirNative, entryAt>},
     {"FolderPath._mkdirsNative", &Outcomes::makeFolders,
-     [](const fs::path& path, const std::string&) {
-       quen_io_FolderPath__mkdirsNative(path.c_str());
-       return outcome(entryAt, path);
-     }},
+     changeAt<quen_io_FolderPath__mkdirsNative, entryAt>},
     {"FolderPath._removeAllNative", &Outcomes::removeAll,
-     [](const fs::path& path, const std::string&) {
-       quen_io_FolderPath__removeAllNative(path.c_str());
-       return outcome(presence, path);
-     }},
+     changeAt<quen_io_FolderPath__removeAllNative, presence>},
     {"FolderPath._listNamesNative", &Outcomes::list, list},
 };
 
 }  // namespace
 
 Outcomes unreachable() {
-  return {.entry = "nothing",
-          .text = "IOException: Cannot open file",
-          .prefix = "IOException: Cannot open file",
-          .bytes = "IOException: Cannot open file",
-          .truncate = "IOException: Cannot open file for writing",
-          .replace = "IOException: Cannot open file for writing",
-          .append = "IOException: Cannot open file for writing",
-          .publish = "IOException: Cannot create temporary document index",
-          .remove = "IOException: Cannot remove path",
-          .rename = "IOException: Cannot rename path",
-          .touch = "IOException: Cannot access path",
-          .makeFolder = "IOException: Cannot create directory",
-          .makeFolders = "IOException: Cannot create directories",
-          .removeAll = "IOException: Cannot remove directory recursively",
-          .list = "IOException: Cannot enumerate directory"};
+  Outcomes outcomes;
+  outcomes.entry = "nothing";
+  outcomes.text = outcomes.prefix = outcomes.bytes = "IOException: Cannot open file";
+  outcomes.truncate = outcomes.replace = outcomes.append =
+      "IOException: Cannot open file for writing";
+  outcomes.publish = "IOException: Cannot create temporary document index";
+  outcomes.remove = "IOException: Cannot remove path";
+  outcomes.rename = "IOException: Cannot rename path";
+  outcomes.touch = "IOException: Cannot access path";
+  outcomes.makeFolder = "IOException: Cannot create directory";
+  outcomes.makeFolders = "IOException: Cannot create directories";
+  outcomes.removeAll = "IOException: Cannot remove directory recursively";
+  outcomes.list = "IOException: Cannot enumerate directory";
+  return outcomes;
 }
 
 Outcomes unchangeable() {
@@ -251,7 +233,18 @@ Outcomes unchangeable() {
   return outcomes;
 }
 
-bool Operation::onlyLooks() const {
+Outcomes ordinary() {
+  Outcomes outcomes = unchangeable();
+  outcomes.truncate = "";
+  outcomes.replace = outcomes.publish = "new";
+  outcomes.append = "oldnew";
+  outcomes.remove = outcomes.removeAll = "gone";
+  outcomes.rename = "moved";
+  outcomes.touch = outcomes.entry;
+  return outcomes;
+}
+
+bool Operation::isReadOnly() const {
   return group == &Outcomes::entry || group == &Outcomes::text || group == &Outcomes::prefix ||
          group == &Outcomes::bytes || group == &Outcomes::list;
 }

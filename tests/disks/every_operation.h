@@ -1,5 +1,5 @@
-// Everything that the module does with one path. What all of it does with an odd entry, or on a
-// disk that fails, is then one table.
+// A table of all operations of the module on one path, so that a test can state their outcomes for
+// an unusual entry or a failing disk as one table.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,16 +15,16 @@
 
 namespace quen::tests {
 
-// What was raised, or else the answer. None for what is not to be called.
+// The raised exception, or else the result. None when the operation is not to be called.
 using Outcome = std::optional<std::string>;
 
-// The entry points that are told apart. All of a group have the same outcome.
+// The groups of operations. All operations of a group have the same outcome.
 struct Outcomes {
-  Outcome entry = {};        // what the queries say: "nothing", "file of 3 bytes", "link to folder"
+  Outcome entry = {};        // the queries: "nothing", "file of 3 bytes", "link to folder"
   Outcome text = {};         // the whole text: readAllText, readTextFromOffset, readStrict
   Outcome prefix = {};       // at most kReadAtMost bytes, as text
   Outcome bytes = {};        // the same as a Byte[]
-  Outcome truncate = {};     // what the file holds then, as after all that write
+  Outcome truncate = {};     // the contents of the file afterwards, as for all that write
   Outcome replace = {};      // by "new", in one shot and through a handle
   Outcome append = {};       // the same
   Outcome publish = {};      // "new" as an index
@@ -40,34 +40,36 @@ struct Outcomes {
 inline constexpr std::int64_t kReadAtMost = 100;
 inline const std::string kNew = "new";
 
-// Where nothing is and nothing can be made, as below a path that is too long.
+// The outcomes where nothing exists and nothing can be created, as for a path that is too long.
 Outcomes unreachable();
 
-// The same of what is there and may be read, a file that holds "old", and where every change is
-// refused.
+// The outcomes for a file that contains "old", can be read and cannot be changed.
 Outcomes unchangeable();
+
+// The outcomes for a regular file that contains "old".
+Outcomes ordinary();
 
 struct Operation {
   const char* name;
   Outcome Outcomes::*group;
   std::string (*call)(const std::filesystem::path& path, const std::string& text);
 
-  bool onlyLooks() const;
-  bool writesText() const;  // not to publish it
+  bool isReadOnly() const;
+  bool writesText() const;  // except to publish it
 };
 
 std::span<const Operation> everyOperation();
 
-// All that can be told of a folder and of what is in it.
+// A description of everything in the folder, recursively.
 std::string tree(const std::filesystem::path& folder);
 
-// Nothing out of the ordinary.
-struct Ordinarily {};
+// The default condition of expectOutcomes, which changes nothing.
+struct NoCondition {};
 
-// Calls each entry point with the path that `prepare` made ready for it, while a condition holds.
-// None may leave a descriptor open, and what raises or only looks may not change anything in the
-// folder.
-template <typename Condition = Ordinarily>
+// Calls each operation with the path that `prepare` returns, while an object of type Condition
+// lives. No operation may leave a descriptor open, and one that raises or is read-only may not
+// change anything in the folder.
+template <typename Condition = NoCondition>
 void expectOutcomes(const std::filesystem::path& folder,
                     const std::function<std::filesystem::path()>& prepare,
                     const Outcomes& expected) {
@@ -86,7 +88,7 @@ void expectOutcomes(const std::filesystem::path& folder,
     EXPECT_EQ(callUnderCondition(), *outcome);
 
     EXPECT_EQ(openFiles(), openBefore);
-    if (operation.onlyLooks() || outcome->starts_with("IOException")) {
+    if (operation.isReadOnly() || outcome->starts_with("IOException")) {
       EXPECT_EQ(tree(folder), before);
     }
   }

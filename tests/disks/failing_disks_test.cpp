@@ -1,5 +1,5 @@
-// What every operation does where the system refuses: disks that are full or may only be read, no
-// more descriptors, no permission, no working directory.
+// Every operation where the system refuses: on a full or read-only file system, without free
+// descriptors, without permission, and without a working directory.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -28,36 +28,22 @@
 
 namespace fs = std::filesystem;
 using namespace quen::small;
+using namespace quen::tests;
 
 namespace {
 
-using quen::tests::BoundaryTest;
-using quen::tests::contents;
-using quen::tests::everyOperation;
-using quen::tests::expectOutcomes;
-using quen::tests::inChild;
-using quen::tests::inUnprivilegedChild;
-using quen::tests::kNew;
-using quen::tests::kSanitized;
-using quen::tests::namesIn;
-using quen::tests::openFiles;
-using quen::tests::Operation;
-using quen::tests::Outcomes;
-using quen::tests::unchangeable;
-using quen::tests::unreachable;
-
-// More than any disk here has room for.
+// Larger than every disk in these tests.
 const std::string kLong(std::size_t{1} << 20, 'x');
 
-// Where nothing is, but could be looked for.
+// The outcomes where nothing exists and nothing can be created, but the status query succeeds.
 Outcomes ofWhatCannotBeMade() {
   Outcomes expected = unreachable();
   expected.touch = "IOException: Cannot create file";
-  expected.removeAll = "gone";  // nothing to do
+  expected.removeAll = "gone";  // a missing path is success
   return expected;
 }
 
-// Of a folder with "file" in it, where nothing may be changed.
+// The outcomes for a folder that contains "file" and cannot be changed.
 Outcomes ofAnUnchangeableFolder() {
   Outcomes expected = unreachable();
   expected.entry = expected.makeFolder = expected.makeFolders = "folder";
@@ -70,8 +56,8 @@ Outcomes ofAnUnchangeableFolder() {
 
 class FailingDisks : public BoundaryTest {
  protected:
-  // Calls each entry point with a path at which nothing has to be made ready.
-  template <typename Condition = quen::tests::Ordinarily>
+  // Calls each operation with the path as it is.
+  template <typename Condition = NoCondition>
   void expectAt(const fs::path& path, const Outcomes& expected) {
     SCOPED_TRACE(path);
     expectOutcomes<Condition>(
@@ -81,28 +67,27 @@ class FailingDisks : public BoundaryTest {
   const fs::path disk = scratch.folder("disk");
 };
 
-// Disks in memory.
+// Small tmpfs file systems.
 
 class MemoryDisks : public FailingDisks {
  protected:
-  // Runs the body in a child that alone sees the disk, which goes away with it. Has to be the last
-  // that a test does.
+  // Runs the body in a child with a mount namespace of its own, in which a tmpfs is mounted at
+  // `disk`. This must be the last statement of a test, because it may skip the test.
   void onDisk(const std::string& options, const std::function<void()>& body) const {
     inChild([&] {
       const int refusal = mountDisk(options);
       if (refusal == 0) return body();
       scratch.file("refused", std::strerror(refusal));
-      // Not permitted, or the root is that of a chroot, which is not mounted. Anything else is a
-      // mistake of the test.
+      // Mounting is not permitted, or the root of a chroot is not a mount point (EINVAL). Any other
+      // error is a mistake in the test.
       EXPECT_TRUE(refusal == EPERM || refusal == EACCES || refusal == ENOSYS || refusal == EINVAL);
     });
     if (fs::exists(scratch / "refused")) {
-      GTEST_SKIP() << "nothing may be mounted here: " << contents(scratch / "refused");
+      GTEST_SKIP() << "mounting is not possible here: " << contents(scratch / "refused");
     }
   }
 
-  // Leaves a file that holds "old" on a disk without room, and gives the path that is to be called
-  // with.
+  // Fills the disk up beside a file that contains "old", and returns the path that it was given.
   fs::path fullOfBytes(const fs::path& path) const {
     makeFileAlone();
     std::ofstream filler(disk / "filler", std::ios::binary);
@@ -120,7 +105,7 @@ class MemoryDisks : public FailingDisks {
     return path;
   }
 
-  // Calls each way to write a long text, and looks at what it leaves of it.
+  // Writes a long text in each way, and expects the part of it for which there is room.
   void expectPartWritten(const fs::path& path, std::size_t room) const {
     for (const Operation& operation : everyOperation()) {
       if (!operation.writesText()) continue;
@@ -148,7 +133,7 @@ class MemoryDisks : public FailingDisks {
     EXPECT_EQ(contents(file), "old");
   }
 
-  // The errno of what is refused, or 0.
+  // 0, or the errno of the call that failed.
   int mountDisk(const std::string& options) const {
     const bool mounted = unshare(CLONE_NEWNS) == 0 &&
                          mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0 &&
@@ -157,15 +142,16 @@ class MemoryDisks : public FailingDisks {
   }
 };
 
-TEST_F(MemoryDisks, FullOfBytesTakeWhatThereIsRoomFor) {
+TEST_F(MemoryDisks, FullOfBytesTakeThePartThatFits) {
   onDisk(ofSomePages, [this] {
     expectPartWritten(missing, 0);
-    expectPartWritten(file, page);  // its own
+    expectPartWritten(file, page);  // the page that it occupies already
   });
 }
 
-// The failure of a one-shot write shows in the unchecked close only.
-TEST_F(MemoryDisks, FullOfBytesAreNoticedForAFewByAHandle) {
+// One-shot writes report nothing: a few bytes stay in the filebuf until the close, which is
+// unchecked.
+TEST_F(MemoryDisks, FullOfBytesFailTheFlushOfAHandleButNotASmallOneShotWrite) {
   onDisk(ofSomePages, [this] {
     for (const Operation& operation : everyOperation()) {
       if (!operation.writesText()) continue;
@@ -182,20 +168,14 @@ TEST_F(MemoryDisks, FullOfBytesAreNoticedForAFewByAHandle) {
   });
 }
 
-// All that needs no room still works.
+// Operations that need no space still succeed.
 TEST_F(MemoryDisks, FullOfBytesKeepTheOldIndex) {
   onDisk(ofSomePages, [this] {
-    expectOutcomes(disk, [this] { return fullOfBytes(file); },
-                   {.entry = "file of 3 bytes",
-                    .text = "old",
-                    .prefix = "old",
-                    .bytes = "old",
-                    .truncate = "",
-                    .publish = "IOException: Cannot write temporary document index",
-                    .remove = "gone",
-                    .rename = "moved",
-                    .touch = "file of 3 bytes",
-                    .removeAll = "gone"});
+    Outcomes ofTheFile = ordinary();
+    ofTheFile.replace = ofTheFile.append = {};
+    ofTheFile.publish = "IOException: Cannot write temporary document index";
+    expectOutcomes(
+        disk, [this] { return fullOfBytes(file); }, ofTheFile);
 
     expectOutcomes(disk, [this] { return fullOfBytes(missing); },
                    {.truncate = "",
@@ -210,16 +190,10 @@ TEST_F(MemoryDisks, FullOfEntriesMakeNoMore) {
   onDisk("nr_inodes=16", [this] {
     expectOutcomes(
         disk, [this] { return fullOfEntries(missing); }, ofWhatCannotBeMade());
-    expectOutcomes(disk, [this] { return fullOfEntries(file); },
-                   {.text = "old",
-                    .truncate = "",
-                    .replace = "new",
-                    .append = "oldnew",
-                    .publish = "IOException: Cannot create temporary document index",
-                    .remove = "gone",
-                    .rename = "moved",
-                    .touch = "file of 3 bytes",
-                    .removeAll = "gone"});
+    Outcomes ofTheFile = ordinary();
+    ofTheFile.publish = "IOException: Cannot create temporary document index";
+    expectOutcomes(
+        disk, [this] { return fullOfEntries(file); }, ofTheFile);
   });
 }
 
@@ -250,7 +224,7 @@ TEST_F(MemoryDisks, AreNotLeftByARename) {
   });
 }
 
-// What is in it goes, before the disk itself is refused.
+// The contents are removed before rmdir of the mount point fails (EBUSY).
 TEST_F(MemoryDisks, StayMountedWhateverIsRemoved) {
   onDisk(ofSomePages, [this] {
     quen_io_Path_remove(newPath(disk.native()));
@@ -271,7 +245,7 @@ class NoPermission : public FailingDisks {
   NoPermission() { fs::permissions(scratch.path(), fs::perms(0755)); }
 };
 
-// A folder that may not be read lists as empty.
+// A folder without read permission lists as empty.
 TEST_F(NoPermission, BehindAClosedFolderNothingCanBeReached) {
   const fs::path file = scratch.file("disk/file", "kept");
   fs::permissions(disk, fs::perms::none);
@@ -296,7 +270,7 @@ TEST_F(NoPermission, InAnUnwritableFolderEverythingIsLeftAsItIs) {
   fs::permissions(folder, fs::perms(0555));
   fs::permissions(disk, fs::perms(0555));
   Outcomes expected = unchangeable();
-  if (geteuid() != 0) expected.touch = "file of 3 bytes";  // an owner may
+  if (geteuid() != 0) expected.touch = "file of 3 bytes";  // the owner may set the time
 
   inUnprivilegedChild([&] {
     expectAt(file, expected);
@@ -311,11 +285,11 @@ TEST_F(NoPermission, InAnUnwritableFolderEverythingIsLeftAsItIs) {
 
 // Descriptors.
 
-// Nothing can be opened while it lives.
+// Lowers RLIMIT_NOFILE for its lifetime, so that nothing can be opened.
 class NoMoreFiles {
  public:
   NoMoreFiles() {
-    const int next = dup(STDERR_FILENO);  // all below it are taken
+    const int next = dup(STDERR_FILENO);  // the lowest free descriptor
     close(next);
     EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
     const rlimit limit{static_cast<rlim_t>(next), before_.rlim_max};
@@ -333,13 +307,13 @@ class NoMoreFiles {
 class TooManyOpenFiles : public FailingDisks {
  protected:
   void SetUp() override {
-    if (kSanitized) GTEST_SKIP() << "a sanitizer opens pipes to look at objects";
+    if (kSanitized) GTEST_SKIP() << "UBSan opens pipes to check whether memory is readable";
   }
 };
 
-// A recursive removal opens what it is to remove, before it can tell that it is no folder, or that
-// it is not there.
-TEST_F(TooManyOpenFiles, StopWhatOpensAFileAndNothingElse) {
+// fs::remove_all opens the path as a directory first, so without descriptors it fails even for a
+// file and for a missing path.
+TEST_F(TooManyOpenFiles, FailOnlyTheOperationsThatOpen) {
   Outcomes ofAFile = unreachable();
   ofAFile.entry = ofAFile.touch = "file of 3 bytes";
   ofAFile.makeFolder = ofAFile.makeFolders = unchangeable().makeFolder;
@@ -361,7 +335,7 @@ TEST_F(TooManyOpenFiles, StopWhatOpensAFileAndNothingElse) {
   expectOutcomes<NoMoreFiles>(disk, makeNothing, ofNothing);
 }
 
-TEST_F(TooManyOpenFiles, LeaveAFolderAndWhatIsInIt) {
+TEST_F(TooManyOpenFiles, LeaveAFolderAndItsContents) {
   scratch.file("disk/file", "kept");
   Outcomes expected = ofAnUnchangeableFolder();
   expected.text = expected.prefix = expected.bytes = unreachable().text;
@@ -373,7 +347,7 @@ TEST_F(TooManyOpenFiles, LeaveAFolderAndWhatIsInIt) {
 
 // The working directory.
 
-TEST_F(FailingDisks, ARemovedWorkingDirectoryHasNothingAndTakesNothing) {
+TEST_F(FailingDisks, ARemovedWorkingDirectoryIsEmptyAndAcceptsNothing) {
   Outcomes expected = ofWhatCannotBeMade();
   expected.removeAll = "IOException: Recursive deletion rejects unsafe root or parent traversal";
 

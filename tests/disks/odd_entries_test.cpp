@@ -1,4 +1,4 @@
-// What every operation does with entries that are not ordinary files of ordinary names.
+// Every operation on unusual entries: odd names, long paths, links, pipes, devices, files of /proc.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -33,43 +33,13 @@
 
 namespace fs = std::filesystem;
 using namespace quen::small;
+using namespace quen::tests;
 
 namespace {
 
-using quen::tests::BoundaryTest;
-using quen::tests::contents;
-using quen::tests::expectOutcomes;
-using quen::tests::inChild;
-using quen::tests::kNew;
-using quen::tests::namesIn;
-using quen::tests::openFiles;
-using quen::tests::Outcomes;
-using quen::tests::unreachable;
-using quen::tests::Watchdog;
-
-// What works on a file that holds "old".
-Outcomes ofAnOrdinaryFile() {
-  return {.entry = "file of 3 bytes",
-          .text = "old",
-          .prefix = "old",
-          .bytes = "old",
-          .truncate = "",
-          .replace = "new",
-          .append = "oldnew",
-          .publish = "new",
-          .remove = "gone",
-          .rename = "moved",
-          .touch = "file of 3 bytes",
-          .makeFolder = "IOException: A non-directory path already exists",
-          .makeFolders = "IOException: A non-directory path already exists",
-          .removeAll = "gone",
-          .list = "IOException: Cannot enumerate directory"};
-}
-
 class OddEntries : public BoundaryTest {
  protected:
-  // For each call, an entry that is made anew, alone in its folder. The folder is left as it is
-  // when there is nothing to make.
+  // Creates a new entry in an empty folder for each call.
   void expectOfEntry(const std::function<void(const fs::path&)>& make, const Outcomes& expected) {
     expectOutcomes(
         here,
@@ -105,7 +75,7 @@ TEST_F(OddEntries, WithNamesOfAnyBytesAreOrdinary) {
        {"\xFF\xFE", "\xC3", "two\nlines", "\x1B[31mred\x1B[0m", "\r", "\t", " ", "-rf", "...", "\\",
         "*", "~", "\"'", "%s%n", "\x7F", "\xE2\x80\xAE"}) {
     SCOPED_TRACE(name);
-    expectOfFile(here / name, ofAnOrdinaryFile());
+    expectOfFile(here / name, ordinary());
     fs::remove(here / "renamed");
 
     scratch.file("here/" + name);
@@ -115,9 +85,9 @@ TEST_F(OddEntries, WithNamesOfAnyBytesAreOrdinary) {
   }
 }
 
-// The name of an index has to leave room for what its temporary is called.
+// The temporary file of an index has a longer name, which exceeds NAME_MAX.
 TEST_F(OddEntries, WithTheLongestNameAreOrdinaryButForAnIndex) {
-  Outcomes expected = ofAnOrdinaryFile();
+  Outcomes expected = ordinary();
   expected.publish = unreachable().publish;
 
   expectOfFile(here / std::string(NAME_MAX, 'n'), expected);
@@ -142,11 +112,11 @@ TEST_F(OddEntries, CannotBeRenamedToATooLongName) {
   EXPECT_EQ(namesIn(here), std::string(NAME_MAX, 'n'));
 }
 
-// The NUL at its end counts for the system.
+// PATH_MAX counts the terminating NUL.
 constexpr std::size_t kLongestPath = PATH_MAX - 1;
 
-// A path in this folder of exactly this length, with names that are all short enough. The folder it
-// names is not there.
+// A path below the folder with exactly this length, whose names are all short. Its parent does not
+// exist.
 fs::path pathOfLength(const fs::path& folder, std::size_t length) {
   std::string path = folder;
   while (length - path.size() > 201) path += '/' + std::string(99, 'd');
@@ -157,7 +127,7 @@ fs::path pathOfLength(const fs::path& folder, std::size_t length) {
 TEST_F(OddEntries, OfTheLongestPathAreOrdinaryButForAnIndex) {
   const fs::path file = pathOfLength(here, kLongestPath);
   fs::create_directories(file.parent_path());
-  Outcomes expected = ofAnOrdinaryFile();
+  Outcomes expected = ordinary();
   expected.publish = unreachable().publish;
 
   expectOfFile(file, expected);
@@ -174,7 +144,7 @@ TEST_F(OddEntries, OfATooLongPathCannotBeReached) {
   }
 }
 
-// Each step is taken from the folder above it.
+// fs::remove_all opens each folder relative to its parent (openat), so PATH_MAX does not apply.
 TEST_F(OddEntries, BelowTheLongestPathAreRemovedWithTheirTree) {
   const std::string name(200, 'd');
   inChild([&] {
@@ -196,7 +166,7 @@ TEST_F(OddEntries, BelowTheLongestPathAreRemovedWithTheirTree) {
 
 // Links.
 
-// What is written goes to where the link leads, and an index takes the place of the link.
+// Writers create the target of the link, whereas the rename of an index replaces the link itself.
 TEST_F(OddEntries, ThatAreDanglingLinksLetWritersMakeTheTarget) {
   Outcomes expected = unreachable();
   expected.entry = "link to nothing";
@@ -209,7 +179,7 @@ TEST_F(OddEntries, ThatAreDanglingLinksLetWritersMakeTheTarget) {
   expectOfEntry([](const fs::path& path) { fs::create_symlink("target", path); }, expected);
 }
 
-TEST_F(OddEntries, ThatAreLinksToThemselvesCanOnlyBeTakenAway) {
+TEST_F(OddEntries, ThatAreLinksToThemselvesCanOnlyBeRemovedOrReplaced) {
   Outcomes expected = unreachable();
   expected.entry = "link to nothing";
   expected.publish = "new";
@@ -232,14 +202,14 @@ TEST_F(OddEntries, BehindALoopOfLinksCannotBeReached) {
 // Sockets, devices, pipes.
 
 Outcomes ofWhatIsNeitherFileNorFolder() {
-  Outcomes expected = ofAnOrdinaryFile();
+  Outcomes expected = ordinary();
   expected.entry = expected.touch = "other";
   expected.text = expected.prefix = expected.bytes = "";
   expected.truncate = expected.replace = expected.append = "no file";
   return expected;
 }
 
-// From the folder, since the address of a socket has room for little.
+// In the folder itself, because sun_path holds only 108 bytes.
 void makeSocket(const fs::path& path) {
   inChild([&path] {
     fs::current_path(path.parent_path());
@@ -264,22 +234,22 @@ TEST_F(OddEntries, ThatAreSocketsCannotBeOpened) {
   expectOfEntry(makeSocket, expected);
 }
 
-// A device of the test's own that swallows everything and is always at its end.
-TEST_F(OddEntries, ThatAreDevicesTakeTextsAndMakeRoomForAnIndex) {
-  const dev_t swallowing = makedev(1, 3);
-  if (mknod((scratch / "probe").c_str(), S_IFCHR | 0600, swallowing) != 0) {
-    GTEST_SKIP() << "a device may not be made here: " << std::strerror(errno);
+// A device node of the test's own with the numbers of /dev/null.
+TEST_F(OddEntries, ThatAreDevicesTakeTextsAndAreReplacedByAnIndex) {
+  const dev_t null = makedev(1, 3);
+  if (mknod((scratch / "probe").c_str(), S_IFCHR | 0600, null) != 0) {
+    GTEST_SKIP() << "device nodes cannot be created here: " << std::strerror(errno);
   }
   if (access((scratch / "probe").c_str(), R_OK) != 0 || !std::ifstream(scratch / "probe")) {
-    GTEST_SKIP() << "devices may not be opened on this file system";
+    GTEST_SKIP() << "device nodes cannot be opened on this file system";
   }
 
   expectOfEntry(
-      [=](const fs::path& path) { ASSERT_EQ(mknod(path.c_str(), S_IFCHR | 0600, swallowing), 0); },
+      [=](const fs::path& path) { ASSERT_EQ(mknod(path.c_str(), S_IFCHR | 0600, null), 0); },
       ofWhatIsNeitherFileNorFolder());
 }
 
-// A pipe that the test holds open at both ends, so that no open waits for the other.
+// A FIFO that the test holds open for reading and writing, so that no open blocks (fifo(7)).
 class Pipe {
  public:
   explicit Pipe(const fs::path& path) {
@@ -295,7 +265,7 @@ class Pipe {
     EXPECT_EQ(write(both_, bytes.data(), bytes.size()), std::ssize(bytes));
   }
 
-  // What was written into it.
+  // The bytes written into the pipe so far.
   std::string taken() const {
     std::array<char, 4096> bytes;
     const ssize_t count = read(both_, bytes.data(), bytes.size());
@@ -306,20 +276,20 @@ class Pipe {
   int both_;
 };
 
-TEST_F(OddEntries, ThatArePipesTakeTextsWithoutAPosition) {
+TEST_F(OddEntries, ThatArePipesTakeTextsAndCannotSeek) {
   const Watchdog watchdog;
   std::optional<Pipe> pipe;
   Outcomes expected = ofWhatIsNeitherFileNorFolder();
-  expected.text = expected.prefix = std::nullopt;  // would wait
+  expected.text = expected.prefix = std::nullopt;  // would block
   expected.bytes = "IOException: Cannot seek in file";
 
   expectOfEntry([&](const fs::path& path) { pipe.emplace(path); }, expected);
 }
 
-TEST_F(OddEntries, ThatArePipesGetEveryByteAndAPrefixOfTheirs) {
+TEST_F(OddEntries, ThatArePipesReceiveEveryByteAndLoseOnlyThePrefixThatIsRead) {
   const Watchdog watchdog;
   const Pipe pipe(here / "pipe");
-  for (const auto& operation : quen::tests::everyOperation()) {
+  for (const auto& operation : everyOperation()) {
     SCOPED_TRACE(operation.name);
     if (!operation.writesText()) continue;
     EXPECT_EQ(operation.call(here / "pipe", kNew), "no file");
@@ -328,15 +298,15 @@ TEST_F(OddEntries, ThatArePipesGetEveryByteAndAPrefixOfTheirs) {
 
   pipe.put("0123456789");
   EXPECT_EQ(text(quen_io_FileReader__readPrefixPath((here / "pipe").c_str(), 4)), "0123");
-  EXPECT_EQ(pipe.taken(), "456789") << "no byte more was taken";
+  EXPECT_EQ(pipe.taken(), "456789") << "no further byte was read";
 }
 
-// Somebody else writes, and closes.
+// A thread writes into the pipe and closes it, which is the end of file.
 TEST_F(OddEntries, ThatArePipesAreReadToTheirEnd) {
   const Watchdog watchdog;
   const fs::path pipe = here / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  for (const auto& operation : quen::tests::everyOperation()) {
+  for (const auto& operation : everyOperation()) {
     if (operation.group != &Outcomes::text && operation.group != &Outcomes::prefix) continue;
     SCOPED_TRACE(operation.name);
     const auto before = openFiles();
@@ -349,19 +319,19 @@ TEST_F(OddEntries, ThatArePipesAreReadToTheirEnd) {
   }
 }
 
-// Files that the kernel makes up. Only read: they are not the test's own.
+// Files that the kernel generates. They are only read.
 
-TEST_F(OddEntries, WithoutASizeHaveTheirContentAllTheSame) {
+TEST_F(OddEntries, OfSizeZeroInProcAreReadWhole) {
   const std::string version = contents("/proc/version");
   ASSERT_GT(version.size(), 0U);
-  const std::string start = version.substr(0, quen::tests::kReadAtMost);
+  const std::string start = version.substr(0, kReadAtMost);
 
   expectOutcomes(here, [] { return "/proc/version"; },
                  {.entry = "file of 0 bytes", .text = version, .prefix = start, .bytes = start});
 }
 
-// It tells of this process, and it changes while it is read.
-TEST_F(OddEntries, ThatTellOfTheProcessCanBeReadFromAPosition) {
+// The file changes between two reads, so only its stable parts are compared.
+TEST_F(OddEntries, InProcSelfCanBeReadFromAnOffset) {
   const char* status = "/proc/self/status";
   const std::string line = "\nPid:\t" + std::to_string(getpid()) + '\n';
 
@@ -377,8 +347,8 @@ TEST_F(OddEntries, ThatTellOfTheProcessCanBeReadFromAPosition) {
   EXPECT_EQ(quen_io_FileInputStream__readBytesPath(status, 1'000'000, bytes, 4), 0);
 }
 
-// The size is that of a page, whatever is in them.
-TEST_F(OddEntries, OfASizeThatIsTooLargeHaveWhatIsInThem) {
+// Files in /sys report the size of a page, whatever they contain.
+TEST_F(OddEntries, WithLessContentThanTheirSizeAreReadWhole) {
   const fs::path file = "/sys/devices/system/cpu/online";
   if (!fs::exists(file)) GTEST_SKIP() << "there is no " << file << " here";
   const std::string content = contents(file);
@@ -392,7 +362,8 @@ TEST_F(OddEntries, OfASizeThatIsTooLargeHaveWhatIsInThem) {
                   .bytes = content});
 }
 
-// Nothing is at the address 0 of a process. A whole text ends there.
+// Address 0 is not mapped, so reading /proc/self/mem from its start fails with EIO. The whole-file
+// readers do not check for read errors and return the empty text.
 TEST_F(OddEntries, ThatCannotBeReadFail) {
   expectOutcomes(here, [] { return "/proc/self/mem"; },
                  {.text = "",
@@ -400,11 +371,11 @@ TEST_F(OddEntries, ThatCannotBeReadFail) {
                   .bytes = "IOException: Failed to read file"});
 }
 
-// Files with a hole.
+// Sparse files.
 
 constexpr std::int64_t kTebibyte = std::int64_t{1} << 40;
 
-// The whole of it as a text is more than there is memory for.
+// Whole-file readers are left out: the text would not fit into memory.
 class HugeFiles : public OddEntries {
  protected:
   void SetUp() override {
@@ -426,7 +397,7 @@ class HugeFiles : public OddEntries {
 
 TEST_F(HugeFiles, AreReadAtBothEnds) {
   const std::string size = std::to_string(kTebibyte);
-  const std::string zeros(quen::tests::kReadAtMost, '\0');
+  const std::string zeros(kReadAtMost, '\0');
 
   expectOutcomes(here, [this] { return huge; },
                  {.entry = "file of " + size + " bytes",
@@ -440,12 +411,11 @@ TEST_F(HugeFiles, AreReadAtBothEnds) {
 
 TEST_F(HugeFiles, AreAppendedToAtTheirEnd) {
   std::int64_t size = kTebibyte;
-  for (const auto& operation : quen::tests::everyOperation()) {
+  for (const auto& operation : everyOperation()) {
     if (operation.group != &Outcomes::append) continue;
     SCOPED_TRACE(operation.name);
 
-    EXPECT_EQ(operation.call(huge, kNew), std::string(quen::tests::kReadAtMost, '\0'))
-        << "at its start";
+    EXPECT_EQ(operation.call(huge, kNew), std::string(kReadAtMost, '\0')) << "at its start";
 
     EXPECT_EQ(bytesFrom(huge, size), "new");
     size += 3;
@@ -453,7 +423,7 @@ TEST_F(HugeFiles, AreAppendedToAtTheirEnd) {
   }
 }
 
-TEST_F(HugeFiles, AreReplacedAndTakenAwayAsOthersAre) {
+TEST_F(HugeFiles, AreReplacedAndRemovedLikeOthers) {
   expectOutcomes(here,
                  [this] {
                    fs::remove(here / "renamed");

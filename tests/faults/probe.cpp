@@ -1,10 +1,11 @@
-// Makes one call of an entry point, or a short series, for a system call of which to fail: the part
-// that matters lies between two calls of getpgid, which nothing else makes.
+// Calls an entry point, or a short sequence of them, so that run.py can inject failures into its
+// system calls. Two calls of getpgid(2), which the program does not use otherwise, mark the
+// beginning and the end in the trace.
 //
-//   probe NAME FOLDER    prints, as JSON, what was raised, how often, and what it took
+//   probe NAME FOLDER    prints the raised exception, the number of raises and the result as JSON
 //   probe --names        prints the names
 //
-// With QUEN_IO_SHORT=N, each read and each write transfers N bytes at most.
+// QUEN_IO_SHORT=N causes short reads and short writes of at most N bytes.
 
 #include <dlfcn.h>
 #include <sys/uio.h>
@@ -30,7 +31,7 @@ using namespace quen::small;
 
 namespace {
 
-// What came back, in words that can be compared.
+// Returns the result as text.
 using Call = std::function<std::string(const std::string& folder)>;
 
 std::string wordFor(bool value) { return value ? "true" : "false"; }
@@ -79,7 +80,11 @@ std::string writeThroughHandle(const std::string& folder) {
   if (handle == 0) return "";
   quen_io_FileWriter__writeHandle(handle, "first");
   if (!takeException()) quen_io_FileWriter__writeHandle(handle, text.c_str());
-  const auto failed = takeException();
+  auto failed = takeException();
+  if (!failed) {
+    quen_io_FileWriter__flushHandle(handle);
+    failed = takeException();
+  }
   quen_io_FileWriter__closeHandle(handle);
   if (failed && !takeException()) return "closed after a failure";
   if (failed) Quen_raise(failed->className.c_str(), failed->message.c_str());
@@ -103,6 +108,10 @@ const std::map<std::string, Call> kCalls{
      }},
     {"Path__pathKindPath", reader(quen_io_Path__pathKindPath, "folder")},
     {"Path__absolutePath", reader(quen_io_Path__absolutePath, "file")},
+    {"Path_toAbsolute",
+     [](const std::string&) {
+       return pathText(quen_io_Path_toAbsolute(newPath("name"))).value_or("null");
+     }},
     {"Path_cwd",
      [](const std::string&) {
        return pathText(__quen_propget_quen_io_Path_cwd()).value_or("").empty() ? "" : "a folder";
@@ -237,7 +246,7 @@ ssize_t write(int file, const void* bytes, std::size_t count) {
   return next(file, bytes, std::min(count, shortTransfer()));
 }
 
-// Of several parts only the first that is not empty, when they are too much together.
+// A short write: only from the first buffer that is not empty.
 ssize_t writev(int file, const iovec* parts, int count) {
   static auto* const next =
       reinterpret_cast<ssize_t (*)(int, const iovec*, int)>(dlsym(RTLD_NEXT, "writev"));

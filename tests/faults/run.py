@@ -1,13 +1,14 @@
 #!/usr/bin/python3
-"""Fails every system call of every entry point that touches the disk, once for each errno it can give.
+"""Injects failures into every system call of every entry point that accesses the disk, with each errno.
 
     tests/faults/run.py PROBE            every call of each, every errno
     tests/faults/run.py PROBE --quick    the first and the last call of each kind, two errnos
     tests/faults/run.py PROBE WORDS      only entry points whose names contain one of the words
 
-strace does the failing: the process gets the errno and the call is not made. After each, the entry
-point must have raised at most one exception, of its own, let no native one out, leaked no descriptor,
-and changed nothing but what it was asked to change. Prints how many runs held, and each that did not.
+strace injects the failures: the call returns the errno and is not executed. Afterwards the entry point
+must have raised at most one exception, and only one that it documents, must not have thrown a C++
+exception, leaked a descriptor, or changed anything that it was not asked to change. Prints the number
+of runs and each violation.
 """
 
 import argparse
@@ -22,55 +23,119 @@ import subprocess
 import sys
 import tempfile
 
-FILE = ["EIO", "EINTR", "EMFILE", "ENFILE", "EACCES", "ENOENT", "ENOTDIR", "EROFS", "ENOSPC", "EDQUOT",
-        "ENAMETOOLONG", "ELOOP", "ESTALE"]
+FILE = [
+    "EIO",
+    "EINTR",
+    "EMFILE",
+    "ENFILE",
+    "EACCES",
+    "ENOENT",
+    "ENOTDIR",
+    "EROFS",
+    "ENOSPC",
+    "EDQUOT",
+    "ENAMETOOLONG",
+    "ELOOP",
+    "ESTALE",
+]
 NAME = ["EIO", "EACCES", "ENOENT", "ENOTDIR", "ENAMETOOLONG", "ELOOP", "ESTALE"]
 CHANGE = NAME + ["EROFS", "ENOSPC", "EDQUOT", "EPERM"]
 ERRNOS = {
-    "openat": FILE, "read": ["EIO", "EINTR", "ESTALE", "EISDIR"], "write": ["EIO", "EINTR", "ENOSPC", "EDQUOT", "EFBIG"],
-    "writev": ["EIO", "EINTR", "ENOSPC", "EDQUOT", "EFBIG"], "close": ["EIO", "EINTR", "ENOSPC", "EDQUOT"],
-    "lseek": ["EIO", "EINVAL", "ESPIPE", "EOVERFLOW"], "newfstatat": NAME, "readlink": NAME + ["EINVAL"],
-    "getdents64": ["EIO", "ENOENT", "ESTALE"], "getcwd": ["EACCES", "ENOENT", "ENAMETOOLONG"],
-    "rename": CHANGE, "unlink": CHANGE + ["EBUSY"], "unlinkat": CHANGE + ["EBUSY", "ENOTEMPTY"], "rmdir": CHANGE + ["EBUSY", "ENOTEMPTY"],
-    "mkdir": CHANGE + ["EEXIST"], "utimensat": ["EIO", "EACCES", "EPERM", "EROFS", "ENOENT"],
-    "fcntl": ["EBADF", "EMFILE"], "fstat": ["EIO"],
+    "openat": FILE,
+    "read": ["EIO", "EINTR", "ESTALE", "EISDIR"],
+    "write": ["EIO", "EINTR", "ENOSPC", "EDQUOT", "EFBIG"],
+    "writev": ["EIO", "EINTR", "ENOSPC", "EDQUOT", "EFBIG"],
+    "close": ["EIO", "EINTR", "ENOSPC", "EDQUOT"],
+    "lseek": ["EIO", "EINVAL", "ESPIPE", "EOVERFLOW"],
+    "newfstatat": NAME,
+    "readlink": NAME + ["EINVAL"],
+    "getdents64": ["EIO", "ENOENT", "ESTALE"],
+    "getcwd": ["EACCES", "ENOENT", "ENAMETOOLONG"],
+    "rename": CHANGE,
+    "unlink": CHANGE + ["EBUSY"],
+    "unlinkat": CHANGE + ["EBUSY", "ENOTEMPTY"],
+    "rmdir": CHANGE + ["EBUSY", "ENOTEMPTY"],
+    "mkdir": CHANGE + ["EEXIST"],
+    "utimensat": ["EIO", "EACCES", "EPERM", "EROFS", "ENOENT"],
+    "fcntl": ["EBADF", "EMFILE"],
+    "fstat": ["EIO"],
 }
-MEMORY = {"brk", "mmap", "munmap", "madvise", "mremap"}  # how these fail is not settled at this level
+MEMORY = {"brk", "mmap", "munmap", "madvise", "mremap"}  # the boundary does not define how these are reported
 
-READ = {"", "IOException: Cannot open file", "IOException: Failed to read file", "IOException: Cannot seek in file"}
-WRITE = {"", "IOException: Cannot open file for writing", "IOException: Failed to write file",
-         "IOException: Failed to flush file before closing"}
+READ = {
+    "",
+    "IOException: Cannot open file",
+    "IOException: Failed to read file",
+    "IOException: Cannot seek in file",
+}
+WRITE = {
+    "",
+    "IOException: Cannot open file for writing",
+    "IOException: Failed to write file",
+    "IOException: Failed to flush file",
+    "IOException: Failed to flush file before closing",
+}
 ALLOWED = {
     "Path_remove": {"", "IOException: Cannot remove path"},
     "Path_rename": {"", "IOException: Cannot rename path"},
-    "FilePath_touch": {"", "IOException: Cannot access path", "IOException: Cannot create file",
-                       "IOException: Cannot update file timestamp", "IOException: Path is a directory"},
-    "FolderPath__mkdirNative": {"", "IOException: Cannot create directory", "IOException: A non-directory path already exists"},
-    "FolderPath__mkdirsNative": {"", "IOException: Cannot create directories", "IOException: A non-directory path already exists"},
-    "FolderPath__removeAllNative": {"", "IOException: Cannot remove directory recursively",
-                                    "IOException: Recursive deletion rejects unsafe root or parent traversal"},
+    "FilePath_touch": {
+        "",
+        "IOException: Cannot access path",
+        "IOException: Cannot create file",
+        "IOException: Cannot update file timestamp",
+        "IOException: Path is a directory",
+    },
+    "FolderPath__mkdirNative": {
+        "",
+        "IOException: Cannot create directory",
+        "IOException: A non-directory path already exists",
+    },
+    "FolderPath__mkdirsNative": {
+        "",
+        "IOException: Cannot create directories",
+        "IOException: A non-directory path already exists",
+    },
+    "FolderPath__removeAllNative": {
+        "",
+        "IOException: Cannot remove directory recursively",
+        "IOException: Recursive deletion rejects unsafe root or parent traversal",
+    },
     "FolderPath__listNamesNative": {"", "IOException: Cannot enumerate directory"},
-    "FileReader": READ, "FileInputStream__read": READ, "TOML": READ,
-    "FileWriter": WRITE, "FileOutputStream": WRITE, "Files__write": WRITE,
-    "DocumentIndexStore": {"", "IOException: Cannot create temporary document index",
-                           "IOException: Cannot write temporary document index",
-                           "IOException: Cannot atomically publish document index"},
+    "FileReader": READ,
+    "FileInputStream__read": READ,
+    "TOML": READ,
+    "FileWriter": WRITE,
+    "FileOutputStream": WRITE,
+    "Files__write": WRITE,
+    "DocumentIndexStore": {
+        "",
+        "IOException: Cannot create temporary document index",
+        "IOException: Cannot write temporary document index",
+        "IOException: Cannot atomically publish document index",
+    },
 }
-# What each may change in its folder; everything else has to survive.
-CHANGES = {"Path_remove": {"file"}, "Path_rename": {"file", "renamed"}, "FilePath_touch, new": {"new"},
-           "FolderPath__mkdir": {"new"}, "FolderPath__removeAllNative": {"folder"},
-           "FileWriter": {"file"}, "FileOutputStream": {"file"}, "Files__write": {"file"},
-           "DocumentIndexStore": {"file", "file.tmp-1"}}
+# The directory entries that each entry point may change; all others must stay unchanged.
+CHANGES = {
+    "Path_remove": {"file"},
+    "Path_rename": {"file", "renamed"},
+    "FilePath_touch, new": {"new"},
+    "FolderPath__mkdir": {"new"},
+    "FolderPath__removeAllNative": {"folder"},
+    "FileWriter": {"file"},
+    "FileOutputStream": {"file"},
+    "Files__write": {"file"},
+    "DocumentIndexStore": {"file", "file.tmp-1"},
+}
 
 
 def by_prefix(table, name, otherwise):
-    """The entry under the longest key that the name begins with."""
+    """The value of the longest key that is a prefix of the name."""
     keys = sorted((key for key in table if name.startswith(key)), key=len)
     return table[keys[-1]] if keys else otherwise
 
 
 class Run:
-    """One run of the probe in a fresh folder, with a call that fails or without."""
+    """One run of the probe in a new folder, with or without an injected failure."""
 
     def __init__(self, probe, name, injection=None, short=None):
         self.name, self.injection, self.short = name, injection, short
@@ -82,10 +147,15 @@ class Run:
             trace = base / "trace"
             options = [] if injection is None else ["-e", f"inject={injection}"]
             environment = os.environ | ({} if short is None else {"QUEN_IO_SHORT": str(short)})
-            done = subprocess.run(["strace", "-f", "-o", trace, *options, probe, name, self.folder],
-                                  capture_output=True, text=True, env=environment, timeout=60)
+            done = subprocess.run(
+                ["strace", "-f", "-o", trace, *options, probe, name, self.folder],
+                capture_output=True,
+                text=True,
+                env=environment,
+                timeout=60,
+            )
             self.status, self.errors = done.returncode, done.stderr
-            answer = done.stdout.replace(str(base), "")  # two runs are to be compared
+            answer = done.stdout.replace(str(base), "")  # makes the results of two runs comparable
             self.answer = json.loads(answer) if done.returncode == 0 else {}
             self.calls = calls_between_marks(trace.read_text(errors="replace"))
             self.after = snapshot(self.folder)
@@ -102,7 +172,7 @@ class Run:
         (self.folder / "link").symlink_to("folder")
 
     def faults(self):
-        """What is wrong with how it went, in words."""
+        """The violations of this run."""
         if self.status != 0:
             return [f"ended with {self.status}: {self.errors.strip()[-200:]}"]
         found = []
@@ -113,7 +183,7 @@ class Run:
             found.append(f"raised {answer['raises']} times")
         if answer["raised"] not in by_prefix(ALLOWED, self.name, {""}):
             found.append(f"raised {answer['raised']}")
-        # A close that is not made leaves its descriptor open, whoever asked for it.
+        # strace does not execute a close whose failure it injects, so the descriptor stays open.
         if answer["leaked"] != 0 and not (self.injection or "").startswith("close:"):
             found.append(f"leaked {answer['leaked']} descriptors")
         allowed = by_prefix(CHANGES, self.name, set())
@@ -134,17 +204,22 @@ class Run:
 
 
 def snapshot(folder):
-    """Everything below the folder: the text of files, where links lead."""
+    """The file contents and link targets below the folder, by path."""
     found = {}
     for path in folder.rglob("*"):
         name = str(path.relative_to(folder))
-        found[name] = ("link " + os.readlink(path) if path.is_symlink() else
-                       "folder" if path.is_dir() else path.read_text())
+        found[name] = (
+            "link " + os.readlink(path)
+            if path.is_symlink()
+            else "folder"
+            if path.is_dir()
+            else path.read_text()
+        )
     return found
 
 
 def calls_between_marks(trace):
-    """The system calls that the entry point made: (name, how many of that name came before, plus one)."""
+    """The system calls of the entry point as (name, n), for the n-th call of that name in the trace."""
     counts, calls, inside = collections.Counter(), [], False
     for line in trace.splitlines():
         name = re.match(r"\d+ +(\w+)\(", line)
@@ -160,14 +235,14 @@ def calls_between_marks(trace):
 
 
 def injections(calls, quick):
-    """What is to fail: every call there was, with every errno."""
+    """The failures to inject: every call with every errno."""
     numbers = collections.defaultdict(list)
     for name, number in calls:
         if name not in MEMORY:
             numbers[name].append(number)
     for name, all_numbers in numbers.items():
         if name not in ERRNOS:
-            sys.exit(f"{name} is called, and nobody said how it can fail")
+            sys.exit(f"{name} is called, but ERRNOS has no entry for it")
         chosen = sorted({all_numbers[0], all_numbers[-1]}) if quick else all_numbers
         for number in chosen:
             for errno in ERRNOS[name][:2] if quick else ERRNOS[name]:
@@ -175,7 +250,7 @@ def injections(calls, quick):
 
 
 def examine(probe, name, quick):
-    """One row for each kind of call: how many runs, and what did not hold."""
+    """One row for each system call: the number of runs, and the violations."""
     rows = collections.defaultdict(lambda: [set(), 0, []])
     plain = Run(probe, name)
     if plain.faults() or plain.answer["raised"]:
@@ -206,11 +281,16 @@ def main():
     parser.add_argument("words", nargs="*")
     parser.add_argument("--quick", action="store_true")
     options = parser.parse_args()
-    if shutil.which("strace") is None or subprocess.run(["strace", "-o", "/dev/null", "true"]).returncode != 0:
+    if (
+        shutil.which("strace") is None
+        or subprocess.run(["strace", "-o", "/dev/null", "true"]).returncode != 0
+    ):
         print("skipped: strace is missing or may not trace here")
         return 77
 
-    names = subprocess.run([options.probe, "--names"], capture_output=True, text=True, check=True).stdout.splitlines()
+    names = subprocess.run(
+        [options.probe, "--names"], capture_output=True, text=True, check=True
+    ).stdout.splitlines()
     if options.words:
         names = [name for name in names if any(word in name for word in options.words)]
     faults, runs = [], 0

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <latch>
 #include <limits>
 #include <set>
@@ -26,26 +28,15 @@
 #include "tests/support/child_process.h"
 #include "tests/support/limits.h"
 #include "tests/support/process_state.h"
+#include "tests/support/sanitized.h"
 #include "tests/support/system_calls.h"
+#include "tests/support/threads.h"
 
 namespace fs = std::filesystem;
 using namespace quen::small;
+using namespace quen::tests;
 
 namespace {
-
-using quen::tests::allowOpenFiles;
-using quen::tests::BeforeCall;
-using quen::tests::BoundaryTest;
-using quen::tests::contents;
-using quen::tests::FailingClose;
-using quen::tests::FileSizeLimit;
-using quen::tests::inChild;
-using quen::tests::inFreshProcess;
-using quen::tests::inUnprivilegedChild;
-using quen::tests::namesIn;
-using quen::tests::openFiles;
-using quen::tests::SystemCall;
-using quen::tests::Watchdog;
 
 using Handle = std::int64_t;
 
@@ -59,7 +50,7 @@ constexpr const char* kCloseFailed = "IOException: Failed to flush file before c
 constexpr std::size_t kMostKeptBack = 8192;
 constexpr Handle kNeverIssued = 1'000'000'000;
 
-// More than any stream would hold back.
+// Larger than the buffer of any stream.
 const std::string kLong(std::size_t{1} << 20, 'x');
 
 class Writers : public BoundaryTest {
@@ -95,7 +86,7 @@ class Writers : public BoundaryTest {
     return raised();
   }
 
-  // A handle that nothing can be done with, but closing it once more does no harm.
+  // A closed handle: writing and flushing raise, closing it again does not.
   static void expectClosed(Handle handle) {
     EXPECT_EQ(raisedByWriting(handle, "lost"), kClosed) << handle;
     EXPECT_EQ(raisedByWriting(handle, nullptr), kClosed) << handle;
@@ -106,7 +97,7 @@ class Writers : public BoundaryTest {
 
 // Handles.
 
-TEST_F(Writers, DISABLED_HandlesCountSuccessfulOpensFromOneOnAndAreNeverUsedAgain) {
+TEST_F_IN_FRESH_PROCESS(Writers, HandlesCountSuccessfulOpensFromOneOnAndAreNeverUsedAgain) {
   EXPECT_EQ(raisedByOpening(nullptr, 0), "IOException: File path is empty");
   EXPECT_EQ(raisedByOpening((scratch / "missing/a").c_str(), 0), kCannotOpen);
   expectClosed(1);
@@ -122,10 +113,6 @@ TEST_F(Writers, DISABLED_HandlesCountSuccessfulOpensFromOneOnAndAreNeverUsedAgai
   expectClosed(1);
   expectClosed(2);
   expectClosed(5);
-}
-
-TEST_F(Writers, HandlesCountSuccessfulOpensFromOneOnAndAreNeverUsedAgain) {
-  inFreshProcess("Writers.DISABLED_HandlesCountSuccessfulOpensFromOneOnAndAreNeverUsedAgain");
 }
 
 TEST_F(Writers, HandlesThatWereNeverIssuedAreClosed) {
@@ -160,10 +147,10 @@ TEST_F(Writers, HandlesOfTheSameFileAreApart) {
   const Handle other = open(scratch / "file", 1);
   EXPECT_NE(one, other);
 
-  EXPECT_EQ(raisedByWriting(one, "one "), "");
-  EXPECT_EQ(raisedByClosing(one), "");
-  EXPECT_EQ(raisedByWriting(other, "other"), "");
-  EXPECT_EQ(raisedByClosing(other), "");
+  for (const auto& [handle, text] : {std::pair(one, "one "), std::pair(other, "other")}) {
+    EXPECT_EQ(raisedByWriting(handle, text), "");
+    EXPECT_EQ(raisedByClosing(handle), "");
+  }
 
   EXPECT_EQ(contents(scratch / "file"), "one other");
 }
@@ -197,7 +184,7 @@ TEST_F(Writers, OpenEmptiesTheFileAtOnce) {
   EXPECT_EQ(contents(file), "");
 }
 
-// Every value but zero, also one whose low bytes are zero.
+// Every value except 0 appends, including those whose low bytes are 0.
 TEST_F(Writers, OpenToAppendKeepsTheFile) {
   for (const std::int32_t append :
        {1, 2, -1, 0x100, 0x10000, 0x1000000, std::numeric_limits<std::int32_t>::min(),
@@ -327,34 +314,25 @@ TEST_F(Writers, WriteATextUpToItsFirstNul) {
   EXPECT_EQ(contents(scratch / "file"), "abgh");
 }
 
-TEST_F(Writers, WriteToTheEndAtThatMomentWhenAppending) {
-  const fs::path file = scratch.file("file", "old ");
-  const Handle handle = open(file, 1);
-  EXPECT_EQ(raisedByWriting(handle, "ours "), "");
-  EXPECT_EQ(raisedByFlushing(handle), "");
-
-  std::ofstream(file, std::ios::app) << "theirs ";
-  EXPECT_EQ(raisedByWriting(handle, "ours again"), "");
-  EXPECT_EQ(raisedByClosing(handle), "");
-
-  EXPECT_EQ(contents(file), "old ours theirs ours again");
-}
-
-// Unlike when appending, the writer goes on where it was.
-TEST_F(Writers, WriteOverWhatSomebodyElseAddedWhenReplacing) {
+// O_APPEND makes each write go to the end of the file; without it a writer continues at its offset.
+TEST_F(Writers, AppendToOrOverwriteDataOfOtherProcesses) {
   const fs::path file = scratch / "file";
-  const Handle handle = open(file, 0);
-  EXPECT_EQ(raisedByWriting(handle, "ours "), "");
-  EXPECT_EQ(raisedByFlushing(handle), "");
+  for (const auto& [append, expected] :
+       {std::pair{1, "old ours theirs OURS"}, std::pair{0, "ours OURSrs"}}) {
+    scratch.file("file", "old ");
+    const Handle handle = open(file, append);
+    EXPECT_EQ(raisedByWriting(handle, "ours "), "");
+    EXPECT_EQ(raisedByFlushing(handle), "");
 
-  std::ofstream(file, std::ios::app) << "theirs";
-  EXPECT_EQ(raisedByWriting(handle, "OURS"), "");
-  EXPECT_EQ(raisedByClosing(handle), "");
+    std::ofstream(file, std::ios::app) << (append != 0 ? "theirs " : "theirs");
+    EXPECT_EQ(raisedByWriting(handle, "OURS"), "");
+    EXPECT_EQ(raisedByClosing(handle), "");
 
-  EXPECT_EQ(contents(file), "ours OURSrs");
+    EXPECT_EQ(contents(file), expected);
+  }
 }
 
-TEST_F(Writers, WriteIntoTheFileTheyOpenedUnderWhateverName) {
+TEST_F(Writers, FollowARenameOfTheirFile) {
   const Handle handle = open(scratch / "file");
   fs::rename(scratch / "file", scratch / "moved");
 
@@ -405,7 +383,7 @@ TEST_F(Writers, KeepBackNoMoreThanTheirBufferHolds) {
   }
 
   EXPECT_LE(largestKeptBack, kMostKeptBack);
-  EXPECT_GT(largestKeptBack, kMostKeptBack / 2);  // and no less than makes a buffer worth while
+  EXPECT_GT(largestKeptBack, kMostKeptBack / 2);  // small texts are really buffered
   EXPECT_EQ(raisedByClosing(handle), "");
 }
 
@@ -423,7 +401,7 @@ TEST_F(Writers, KeepBackNothingOfATextLargerThanTheBufferNorWhatCameBeforeIt) {
   }
 }
 
-// Failing. Once a writer has failed it fails until it is closed.
+// Failing. A writer that failed once fails until it is closed.
 
 TEST_F(Writers, NoticeAFullDeviceAtTheFlush) {
   const Handle handle = open(kDeviceWithoutSpace);
@@ -513,6 +491,108 @@ TEST_F(Writers, ThatFailLeaveWhatReachedTheFile) {
   EXPECT_TRUE(contents(file) == ("old" + kLong).substr(0, 3000));
 }
 
+// The flush fails in the middle of the buffer, and there is room again before the writer is
+// destroyed.
+TEST_F(Writers, ThatFailedToFlushWriteOnlyTheRestAtTheEnd) {
+  std::string text;
+  for (int number = 0; number < 1000; ++number) text += std::to_string(1000 + number);
+  for (const std::int32_t append : {0, 1}) {
+    const fs::path file = scratch / ("file" + std::to_string(append));
+
+    inChild([&] {
+      const Handle handle = open(file, append);
+      EXPECT_EQ(raisedByWriting(handle, text), "");
+      {
+        const FileSizeLimit limit(1000);
+        EXPECT_EQ(raisedByFlushing(handle), kFlushFailed);
+        EXPECT_EQ(raisedByFlushing(handle), kFlushFailed);
+      }
+      EXPECT_EQ(contents(file), text.substr(0, 1000));
+      EXPECT_EQ(raisedByClosing(handle), kCloseFailed);
+    });
+
+    EXPECT_EQ(contents(file), text);
+  }
+}
+
+TEST_F(Writers, GoOnAfterAShortWrite) {
+  std::string text;
+  for (int number = 0; number < 5'000; ++number) text += std::to_string(number);
+  for (const std::size_t size : {std::size_t{5'000}, text.size()}) {
+    const Handle handle = open(scratch / "file");
+    const ShortWrites writes(997);
+    EXPECT_EQ(raisedByWriting(handle, text.substr(0, size)), "");
+    EXPECT_EQ(raisedByClosing(handle), "");
+    EXPECT_EQ(contents(scratch / "file"), text.substr(0, size));
+  }
+}
+
+// POSIX leaves open what a write(2) that returns 0 means; repeating it could loop forever.
+TEST_F(Writers, FailWhenNothingCanBeWritten) {
+  const Handle handle = open(scratch / "file");
+  const ShortWrites none(0);
+  EXPECT_EQ(raisedByWriting(handle, kLong), kWriteFailed);
+  EXPECT_EQ(raisedByClosing(handle), kCloseFailed);
+}
+
+// Each of these takes one write, and refuses a writev with an empty part.
+TEST_F(Writers, WriteToFilesOfTheKernel) {
+  const auto set = [](const char* file, const char* value) {
+    const Handle handle = open(file);
+    EXPECT_EQ(raisedByWriting(handle, value), "");
+    EXPECT_EQ(raisedByFlushing(handle), "") << file;
+    EXPECT_EQ(raisedByClosing(handle), "");
+  };
+  for (const char* file : {"/proc/self/oom_score_adj", "/proc/self/coredump_filter"}) {
+    if (!fs::exists(file)) GTEST_SKIP() << "this kernel has no " << file;
+  }
+
+  inChild([&] {
+    set("/proc/self/oom_score_adj", "77");
+    EXPECT_EQ(contents("/proc/self/oom_score_adj"), "77\n");
+    set("/proc/self/coredump_filter", "0x21");
+    EXPECT_EQ(contents("/proc/self/coredump_filter"), "00000021\n");
+  });
+}
+
+// A file that has positions, and no end to move to.
+TEST_F(Writers, OpenToAppendWhatAStreamOpensToAppend) {
+  const char* const file = "/proc/self/comm";
+  ASSERT_FALSE(std::ofstream(file, std::ios::app).is_open());
+
+  const auto before = openFiles();
+  EXPECT_EQ(raisedByOpening(file, 1), kCannotOpen);
+  EXPECT_EQ(openFiles(), before);
+  EXPECT_EQ(raisedByClosing(open(file, 0)), "");
+}
+
+TEST_F(Writers, OpenAPipeToAppend) {
+  const fs::path pipe = scratch / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
+
+  EXPECT_EQ(raisedByClosing(open(pipe, 1)), "");
+  ::close(reader);
+}
+
+TEST_F(Writers, MakeFilesThatTheUmaskAloneRestricts) {
+  inChild([&] {
+    umask(0);
+    EXPECT_EQ(raisedByClosing(open(scratch / "file")), "");
+  });
+
+  EXPECT_EQ(fs::status(scratch / "file").permissions(), fs::perms(0666));
+}
+
+TEST_F(Writers, AreClosedOnExec) {
+  const fs::path file = scratch.file("file");
+  for (const std::int32_t append : {0, 1}) {
+    const Handle handle = open(file, append);
+    EXPECT_EQ(descriptorsKeptOnExec(file), 0);
+    EXPECT_EQ(raisedByClosing(handle), "");
+  }
+}
+
 TEST_F(Writers, ThatFailDoNotAffectOthers) {
   const Handle failing = open(kDeviceWithoutSpace);
   const Handle other = open(scratch / "file");
@@ -538,7 +618,7 @@ TEST_F(Writers, LeaveNothingOpenWhenClosed) {
   EXPECT_EQ(openFiles(), before);
 }
 
-// The flush before it was good, so everything has been handed over.
+// The flush before the close succeeded, so all data has reached the system.
 TEST_F(Writers, DoNotReportAFileThatFailsToClose) {
   const Handle handle = open(scratch / "file");
   EXPECT_EQ(raisedByWriting(handle, "text"), "");
@@ -550,9 +630,51 @@ TEST_F(Writers, DoNotReportAFileThatFailsToClose) {
   EXPECT_EQ(contents(scratch / "file"), "text");
 }
 
+// A close between looking up a handle and taking the lock of its writer, by another thread: here by
+// the same one, right before the second lock of the call.
+class ClosedWhileLookedUp : public Writers {
+ protected:
+  void SetUp() override {
+    if (kThreadSanitized) GTEST_SKIP() << "the thread sanitizer has to see every lock";
+  }
+
+  static std::string raisedInsteadOfLocking(Handle handle, const std::function<void()>& call) {
+    const BeforeCall lock(
+        SystemCall::kLock, [&] { EXPECT_EQ(raisedByClosing(handle), ""); }, 2);
+    call();
+    return raised();
+  }
+
+  std::string raisedByLateWriting(const char* text) const {
+    const Handle handle = open(scratch / "file");
+    return raisedInsteadOfLocking(handle, [&] { quen_io_FileWriter__writeHandle(handle, text); });
+  }
+
+  std::string raisedByLateFlushing() const {
+    const Handle handle = open(scratch / "file");
+    return raisedInsteadOfLocking(handle, [&] { quen_io_FileWriter__flushHandle(handle); });
+  }
+};
+
+TEST_F(ClosedWhileLookedUp, AWriteRaisesUnlessItHasNothingToWrite) {
+  EXPECT_EQ(raisedByLateWriting("text"), kWriteFailed);
+  EXPECT_EQ(raisedByLateWriting(""), "");
+  EXPECT_EQ(raisedByLateWriting(nullptr), "");
+  EXPECT_EQ(contents(scratch / "file"), "");
+}
+
+TEST_F(ClosedWhileLookedUp, AFlushHasNothingToDo) { EXPECT_EQ(raisedByLateFlushing(), ""); }
+
+TEST_F(ClosedWhileLookedUp, AFailedCloseIsReported) {
+  const FailingClose once;
+  EXPECT_EQ(raisedByLateFlushing(), kFlushFailed);
+  const FailingClose again;
+  EXPECT_EQ(raisedByLateWriting(""), kWriteFailed);
+}
+
 // The end of the process.
 
-TEST_F(Writers, NobodyClosedAreWrittenOutAtExit) {
+TEST_F(Writers, LeftOpenAreFlushedAtExit) {
   const fs::path kept = scratch.file("kept", "old ");
 
   EXPECT_EXIT(
@@ -570,7 +692,7 @@ TEST_F(Writers, NobodyClosedAreWrittenOutAtExit) {
   for (const char* name : {"a", "b", "c"}) EXPECT_EQ(contents(scratch / name), name);
 }
 
-TEST_F(Writers, NobodyClosedFailUnnoticedAtExit) {
+TEST_F(Writers, LeftOpenFailSilentlyAtExit) {
   EXPECT_EXIT(
       {
         quen_io_FileWriter__writeHandle(quen_io_FileWriter__openPath(kDeviceWithoutSpace, 0),
@@ -584,12 +706,47 @@ TEST_F(Writers, NobodyClosedFailUnnoticedAtExit) {
   EXPECT_EQ(contents(scratch / "file"), "kept");
 }
 
-// While one hangs. A pipe that nobody reads keeps a writer inside the operating system for as long
-// as a test likes.
+// A fork waits for the registry's lock, so that the child does not inherit it locked; also after
+// the forking thread has raised under it. The other thread holds it until the forking thread tries
+// to lock it.
+TEST_F(Writers, AForkWaitsForALookUpAndLeavesAChildThatWritesItsCopiesOut) {
+  if (kSanitized) GTEST_SKIP() << "forks while another thread runs";
+  const Watchdog watchdog;
+  const Handle handle = open(scratch / "file");
+  EXPECT_EQ(raisedByWriting(handle, "waiting"), "");
+  EXPECT_EQ(raisedByFlushing(kNeverIssued), kClosed);
+  std::latch held(1);
+  std::latch forking(1);
+  std::jthread other([&] {
+    const BeforeCall unlock(SystemCall::kUnlock, [&] {
+      held.count_down();
+      forking.wait();
+    });
+    quen_io_FileWriter__writeHandle(handle, "");
+  });
+  held.wait();
+
+  pid_t child = -1;
+  {
+    const BeforeCall tryLock(SystemCall::kTryLock, [&] { forking.count_down(); });
+    child = fork();
+    if (child == 0) std::exit(7);
+  }
+  if (!forking.try_wait()) forking.count_down();
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+
+  EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 7);
+  EXPECT_EQ(contents(scratch / "file"), "waiting") << "written by the child";
+  other.join();
+  EXPECT_EQ(raisedByClosing(handle), "");
+}
+
+// While one writer blocks: a full pipe blocks it in write(2) until the test reads.
 
 class SlowReader {
  public:
-  // Makes the pipe and its reading end.
+  // Creates the FIFO and opens it for reading.
   explicit SlowReader(const fs::path& pipe) {
     EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     reader_ = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
@@ -603,14 +760,14 @@ class SlowReader {
 
   std::size_t capacity() const { return static_cast<std::size_t>(capacity_); }
 
-  // Until whoever writes more than the pipe takes is in the middle of that.
+  // Waits until the pipe is full, so that a larger write is blocked.
   void awaitFull() const {
     for (int waiting = 0; waiting < capacity_; std::this_thread::yield()) {
       ASSERT_EQ(ioctl(reader_, FIONREAD, &waiting), 0);
     }
   }
 
-  // All that is written until nobody has the pipe open for writing.
+  // Reads until end of file, when no writer has the pipe open any more.
   std::string drain() const {
     EXPECT_EQ(fcntl(reader_, F_SETFL, 0), 0);
     std::string text;
@@ -627,9 +784,9 @@ class SlowReader {
   int capacity_ = 0;
 };
 
-class HangingWriter : public Writers {
+class BlockedWriter : public Writers {
  protected:
-  // What everybody else can do meanwhile.
+  // Expects that all operations on other handles complete meanwhile.
   void expectOthersUndisturbed() const {
     const Handle other = open(scratch / "other");
     EXPECT_EQ(raisedByWriting(other, "text"), "");
@@ -641,7 +798,29 @@ class HangingWriter : public Writers {
     expectClosed(kNeverIssued);
   }
 
-  // A writer with more in its buffer than the pipe takes.
+  // Expects that operations on other handles complete while the call is blocked by the pipe, and
+  // that the bytes are written in the end. Closing the handle afterwards lets the reader see end of
+  // file.
+  void expectOthersNotDelayedBy(
+      const std::function<void()>& call, Handle handle, const std::string& written,
+      const std::function<void()>& whileBlocked = [] {}) const {
+    ASSERT_LT(reader_.capacity(), written.size());
+    std::atomic<bool> done = false;
+    std::jthread caller([&] {
+      call();
+      done = true;
+      EXPECT_EQ(raisedByClosing(handle), "");
+    });
+    reader_.awaitFull();
+
+    expectOthersUndisturbed();
+    whileBlocked();
+
+    EXPECT_FALSE(done);
+    EXPECT_TRUE(reader_.drain() == written);
+  }
+
+  // A writer whose buffer holds more than the pipe.
   Handle openAndFillBuffer() const {
     const Handle handle = open(scratch / "pipe");
     for (int i = 0; i < 80; ++i) EXPECT_EQ(raisedByWriting(handle, std::string(100, 'b')), "");
@@ -653,68 +832,37 @@ class HangingWriter : public Writers {
   const SlowReader reader_{scratch / "pipe"};
 };
 
-TEST_F(HangingWriter, InAWriteDelaysNobodyElse) {
+TEST_F(BlockedWriter, InAWriteDoesNotDelayOthers) {
   const std::string text(4 * reader_.capacity(), 'x');
-  const Handle hanging = open(scratch / "pipe");
-  std::atomic<bool> done = false;
-  std::jthread writer([&] {
-    EXPECT_EQ(raisedByWriting(hanging, text), "");
-    done = true;
-    EXPECT_EQ(raisedByClosing(hanging), "");
-  });
-  reader_.awaitFull();
+  const Handle blocked = open(scratch / "pipe");
 
-  expectOthersUndisturbed();
-
-  EXPECT_FALSE(done);
-  EXPECT_TRUE(reader_.drain() == text);
+  expectOthersNotDelayedBy([&] { EXPECT_EQ(raisedByWriting(blocked, text), ""); }, blocked, text);
 }
 
-TEST_F(HangingWriter, InAFlushDelaysNobodyElse) {
-  ASSERT_LT(reader_.capacity(), buffered_.size());
-  const Handle hanging = openAndFillBuffer();
-  std::atomic<bool> done = false;
-  std::jthread writer([&] {
-    EXPECT_EQ(raisedByFlushing(hanging), "");
-    done = true;
-    EXPECT_EQ(raisedByClosing(hanging), "");
-  });
-  reader_.awaitFull();
+TEST_F(BlockedWriter, InAFlushDoesNotDelayOthers) {
+  const Handle blocked = openAndFillBuffer();
 
-  expectOthersUndisturbed();
-
-  EXPECT_FALSE(done);
-  EXPECT_TRUE(reader_.drain() == buffered_);
+  expectOthersNotDelayedBy([&] { EXPECT_EQ(raisedByFlushing(blocked), ""); }, blocked, buffered_);
 }
 
-TEST_F(HangingWriter, InACloseDelaysNobodyElseAndIsUnknownAlready) {
-  ASSERT_LT(reader_.capacity(), buffered_.size());
-  const Handle hanging = openAndFillBuffer();
-  std::atomic<bool> done = false;
-  std::jthread closer([&] {
-    EXPECT_EQ(raisedByClosing(hanging), "");
-    done = true;
-  });
-  reader_.awaitFull();
+TEST_F(BlockedWriter, InACloseDoesNotDelayOthersAndIsUnknownAlready) {
+  const Handle blocked = openAndFillBuffer();
 
-  expectOthersUndisturbed();
-  expectClosed(hanging);
-
-  EXPECT_FALSE(done);
-  EXPECT_TRUE(reader_.drain() == buffered_);
+  expectOthersNotDelayedBy([&] { EXPECT_EQ(raisedByClosing(blocked), ""); }, blocked, buffered_,
+                           [&] { expectClosed(blocked); });
 }
 
-// Of two that close it, one takes it out of the registry and waits for the write to end. So when
-// the other returns, the handle is gone while its writer is at work.
-TEST_F(HangingWriter, IsUnknownOnceSomebodyClosesItAndFinishesAllTheSame) {
+// Of two concurrent closes, the first removes the handle from the registry and waits for the write.
+// The other returns at once, and the handle is unknown while the write continues.
+TEST_F(BlockedWriter, IsUnknownOnceClosedAndFinishesItsWrite) {
   const std::string text(4 * reader_.capacity(), 'x');
-  const Handle hanging = open(scratch / "pipe");
+  const Handle blocked = open(scratch / "pipe");
   std::atomic<int> closed = 0;
-  std::jthread writer([&] { EXPECT_EQ(raisedByWriting(hanging, text), ""); });
+  std::jthread writer([&] { EXPECT_EQ(raisedByWriting(blocked, text), ""); });
   reader_.awaitFull();
 
   const auto close = [&] {
-    EXPECT_EQ(raisedByClosing(hanging), "");
+    EXPECT_EQ(raisedByClosing(blocked), "");
     ++closed;
     closed.notify_all();
   };
@@ -722,21 +870,21 @@ TEST_F(HangingWriter, IsUnknownOnceSomebodyClosesItAndFinishesAllTheSame) {
   std::jthread other(close);
   closed.wait(0);
 
-  expectClosed(hanging);
+  expectClosed(blocked);
   expectOthersUndisturbed();
   EXPECT_EQ(closed, 1);
   EXPECT_TRUE(reader_.drain() == text);
 }
 
-// Nor does it take a number before it is open.
-TEST_F(HangingWriter, InAnOpenDelaysNobodyElse) {
+// A handle gets its number after the open succeeded.
+TEST_F(BlockedWriter, InAnOpenDoesNotDelayOthers) {
   const fs::path unread = scratch / "unread";
   ASSERT_EQ(mkfifo(unread.c_str(), 0600), 0);
   std::latch opening(1);
-  Handle hanging = 0;
+  Handle blocked = 0;
   std::jthread opener([&] {
     const BeforeCall open(SystemCall::kOpen, [&] { opening.count_down(); });
-    hanging = quen_io_FileWriter__openPath(unread.c_str(), 0);
+    blocked = quen_io_FileWriter__openPath(unread.c_str(), 0);
     EXPECT_EQ(raised(), "");
   });
   opening.wait();
@@ -746,26 +894,13 @@ TEST_F(HangingWriter, InAnOpenDelaysNobodyElse) {
   const int reader = ::open(unread.c_str(), O_RDONLY | O_NONBLOCK);
   opener.join();
 
-  EXPECT_EQ(hanging, meanwhile + 1);
-  EXPECT_EQ(raisedByClosing(hanging), "");
+  EXPECT_EQ(blocked, meanwhile + 1);
+  EXPECT_EQ(raisedByClosing(blocked), "");
   EXPECT_EQ(raisedByClosing(meanwhile), "");
   ::close(reader);
 }
 
-// Many at once.
-
-// Runs the body on this many threads, which begin together.
-template <class Body>
-void together(int count, const Body& body) {
-  std::latch start(count);
-  std::vector<std::jthread> threads;
-  for (int thread = 0; thread < count; ++thread) {
-    threads.emplace_back([&body, &start, thread] {
-      start.arrive_and_wait();
-      body(thread);
-    });
-  }
-}
+// Concurrent writers.
 
 // The lines of a text, without their ends; every line has one.
 std::vector<std::string> linesOf(const std::string& text) {
@@ -780,7 +915,7 @@ TEST_F(Writers, OfManyThreadsKeepTheirLinesWholeAndEachThreadsInOrder) {
   constexpr int kThreads = 8;
   constexpr int kRounds = 150;
   const Handle handle = open(scratch / "file");
-  // Some wait in the buffer, some are larger than it.
+  // Some lines fit into the buffer, some are larger.
   const auto line = [](int thread, int round) {
     const int length = round % 10 == 0 ? 8300 : 10 + 30 * (round % 50);
     return std::to_string(thread) + " " + std::to_string(round) + " " +
@@ -838,9 +973,9 @@ TEST_F(Writers, OfManyThreadsOpenedAtOnceAreApart) {
   }
 }
 
-// A write comes before the close and is in the file, or it comes too late and says so: when the
-// handle is gone, or when it had just been looked up and finds the file closed.
-TEST_F(Writers, ThatRaceACloseLoseNothingUnnoticed) {
+// A write either precedes the close, and its text is in the file, or it loses the race and raises:
+// the handle is unknown, or was looked up before the close and its file is closed.
+TEST_F(Writers, ThatRaceACloseLoseNothingSilently) {
   constexpr int kWriters = 3;
   constexpr int kRounds = 300;
 
