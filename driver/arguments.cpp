@@ -12,22 +12,26 @@
 
 namespace quen::driver {
 
-const char* const kArgumentsHelp =
-    "For an object (void*):\n"
-    "  path:TEXT folder:TEXT file:TEXT   a Path, FolderPath or FilePath\n"
-    "  string:TEXT                       a String\n"
-    "  hex:0102  @FILE                   a Byte[] with these bytes, with those of a file\n"
-    "  bytes:N                           a Byte[] of N zeros, to be read into\n"
-    "  text:TEXT                         a text in the object's place\n"
-    "  null                              null\n"
-    "For a text (const char*):\n"
-    "  null                              the null pointer\n"
-    "  text:TEXT                         TEXT, whatever it is: text:null, text:$1\n"
-    "  hex:ff61                          these bytes\n"
-    "  anything else                     as it is\n"
-    "For an integer: decimal digits, with a minus for one below 0.\n"
-    "In the shell, $1 or $name stands for an earlier result: an object, an integer, or for a text\n"
-    "the bytes of a String or the text of a path.";
+HelpSection argumentsHelp() {
+  return {
+      "Arguments",
+      {{"For an object (void*):",
+        {{"path:TEXT folder:TEXT file:TEXT", "a Path, FolderPath or FilePath"},
+         {"string:TEXT", "a String"},
+         {"hex:0102", "a Byte[] of these bytes"},
+         {"@FILE", "a Byte[] of the bytes of a file"},
+         {"bytes:N", "a Byte[] of N zeros, to be read into"},
+         {"text:TEXT", "a text in the object's place"},
+         {"null", "null"}}},
+       {"For a text (const char*):",
+        {{"null", "the null pointer"},
+         {"text:TEXT", "TEXT, whatever it is: text:null, text:$1"},
+         {"hex:ff61", "these bytes"},
+         {"anything else", "as it is"}}},
+       {"For an integer: decimal digits, with a minus for one below 0."},
+       {"In the shell, $1 or $name stands for an earlier result: an object, an integer, or for a "
+        "text the bytes of a String or the text of a path."}}};
+}
 
 namespace {
 
@@ -91,7 +95,7 @@ Argument objectArgument(const std::string& word, const Results& results) {
   throw UsageError("an object is " + std::string(kObjectForms) + ", not " + inQuotes(word));
 }
 
-// Null stays null; of objects, Strings and paths have a text.
+// Null for null; of objects, only Strings and paths have a text.
 std::optional<std::string> textOfResult(const std::string& word, const Results& results) {
   const auto* object = std::get_if<void*>(&resultOf(word, results));
   if (object != nullptr) {

@@ -1,4 +1,4 @@
-// How the words of a command line become arguments of an entry point.
+// Converts the words of a command line to arguments of an entry point.
 #pragma once
 
 #include <cstdint>
@@ -9,30 +9,31 @@
 #include <string_view>
 
 #include "driver/entry_table.h"
+#include "driver/help.h"
 #include "driver/values.h"
 
 namespace quen::driver {
 
-// Earlier results by the name that stands for them, as "$1" or "$file".
+// Earlier results by name, such as "$1" or "$file".
 using Results = std::map<std::string, Value, std::less<>>;
 
-// The argument that a word stands for. Throws UsageError when the parameter does not take it.
+// Converts a word to an argument. Throws UsageError if the parameter does not accept it.
 Argument argumentOf(const Parameter& parameter, const std::string& word, const Results& results);
 
-// The integer of decimal digits, with a minus for one below 0. Throws UsageError when they are none
-// or it is out of range.
+// Parses a decimal integer, which may be negative. Throws UsageError if it is malformed or out of
+// range.
 std::int64_t integerOf(std::string_view digits, std::int64_t least, std::int64_t most);
 
-// Whether a word stands for a value by itself, as "$1" or "path:a/b" do.
+// Whether a word denotes a value by its form, such as "$1" or "path:a/b".
 bool isValue(std::string_view word);
 
-// That value. Throws UsageError when it cannot be made.
+// The value that such a word denotes. Throws UsageError if it cannot be created.
 Value valueOf(const std::string& word, const Results& results);
 
-// What words of a certain form begin with: "path:" and the like.
+// The prefixes of all forms, such as "path:".
 std::span<const std::string_view> argumentPrefixes();
 
-// All forms of words, in a few lines for --help.
-extern const char* const kArgumentsHelp;
+// The help on all forms of arguments.
+HelpSection argumentsHelp();
 
 }  // namespace quen::driver

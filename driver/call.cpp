@@ -16,16 +16,7 @@
 
 namespace quen::driver {
 
-const char* const kCallHelp =
-    "A result is one line, a list one line for each element. An exception is one line on standard\n"
-    "error, and the exit status is 1. With --trace, what the entry point asks of the runtime\n"
-    "comes first, on standard error, in order, with arguments and answers. A text that looks like\n"
-    "an option of this command comes as text:--json, or behind a --.";
-
 namespace {
-
-// By the name that the header gives such a parameter.
-bool isFilled(const Parameter& parameter) { return parameter.name == "destination"; }
 
 Json toJson(const EntryPoint& entry, const Outcome& outcome) {
   Json json;
@@ -44,25 +35,11 @@ Json toJson(const EntryPoint& entry, const Outcome& outcome) {
   return json;
 }
 
-// The name of an operation, and paler what it was asked and what it answered.
-void printTraced(const std::string& call) {
-  const std::size_t end = std::min(call.find('('), call.size());
-  std::cerr << call.substr(0, end) << styled(std::cerr, Style::kDim, call.substr(end)) << '\n';
-}
-
-void print(const Outcome& outcome) {
-  if (outcome.raised) {
-    report(*outcome.raised);
-    return;
-  }
-  if (isList(outcome.result)) {
-    for (const std::string& line : describeElements(outcome.result)) std::cout << line << '\n';
-  } else {
-    std::cout << describe(outcome.result) << '\n';
-  }
-  for (const Filled& each : outcome.filled) {
-    std::cout << each.parameter << " = " << describe(each.bytes) << '\n';
-  }
+void printJson(const EntryPoint& entry, const Outcome& outcome,
+               const std::vector<std::string>& trace) {
+  Json json = toJson(entry, outcome);
+  for (const std::string& call : trace) json["trace"].push_back(escaped(call));
+  std::cout << toLine(json) << '\n';
 }
 
 }  // namespace
@@ -84,13 +61,13 @@ Outcome callEntryPoint(const EntryPoint& entry, const std::vector<std::string>& 
   try {
     outcome.result = entry.function(arguments);
     outcome.raised = small::takeException();
-  } catch (const std::exception& error) {  // a length too large to allocate
+  } catch (const std::exception& error) {  // std::length_error or std::bad_alloc
     small::takeException();
     outcome.raised = small::Exception{"C++ exception", error.what()};
   }
   for (std::size_t i = 0; i < parameters.size(); ++i) {
     const auto* object = std::get_if<void*>(&arguments[i]);
-    if (isFilled(parameters[i]) && object != nullptr && small::className(*object) == "Byte[]") {
+    if (parameters[i].isFilled && object != nullptr && small::className(*object) == "Byte[]") {
       outcome.filled.push_back({parameters[i].name, *object});
     }
   }
@@ -106,24 +83,45 @@ void report(const small::Exception& raised) {
             << escaped(raised.message) << '\n';
 }
 
-int runCall(const std::string& name, const std::vector<std::string>& words,
-            const CallOptions& options) {
+// The name of an operation, and dimmed its arguments and result.
+void printTrace(const std::vector<std::string>& calls) {
+  for (const std::string& call : calls) {
+    const std::string line = escaped(call);
+    const std::size_t end = std::min(line.find('('), line.size());
+    std::cerr << line.substr(0, end) << styled(std::cerr, Style::kDim, line.substr(end)) << '\n';
+  }
+}
+
+void print(const Outcome& outcome) {
+  if (outcome.raised) {
+    report(*outcome.raised);
+    return;
+  }
+  if (isList(outcome.result)) {
+    for (const std::string& line : describeElements(outcome.result)) std::cout << line << '\n';
+  } else {
+    std::cout << describe(outcome.result) << '\n';
+  }
+  for (const Filled& each : outcome.filled) {
+    std::cout << each.parameter << " = " << describe(each.bytes) << '\n';
+  }
+}
+
+int runCall(const CallOptions& options) {
   const small::Scope scope;
-  const EntryPoint& entry = findEntryPoint(name);
+  const EntryPoint& entry = findEntryPoint(options.entry);
   Outcome outcome;
   std::vector<std::string> trace;
   {
     std::optional<recording::Recorder> recorder;
     if (options.trace) recorder.emplace();
-    outcome = callEntryPoint(entry, words);
+    outcome = callEntryPoint(entry, options.arguments);
     if (recorder) trace = recorder->calls();
   }
   if (options.json) {
-    Json json = toJson(entry, outcome);
-    for (const std::string& call : trace) json["trace"].push_back(escaped(call));
-    std::cout << toLine(json) << '\n';
+    printJson(entry, outcome, trace);
   } else {
-    for (const std::string& call : trace) printTraced(escaped(call));
+    printTrace(trace);
     print(outcome);
   }
   return outcome.raised ? kRaised : kDone;

@@ -1,4 +1,4 @@
-// Calling an entry point with words for arguments: what `call` and the shell have in common.
+// Calls an entry point with words as arguments; shared by `call` and the shell.
 #pragma once
 
 #include <optional>
@@ -13,7 +13,7 @@
 
 namespace quen::driver {
 
-// A Byte[] that a call may have put bytes into.
+// A Byte[] argument that the call may have filled.
 struct Filled {
   std::string_view parameter;
   Value bytes;
@@ -25,7 +25,7 @@ struct Outcome {
   std::vector<Filled> filled;
 };
 
-// Throws UsageError when the words are not what the entry point takes; nothing was called then.
+// Throws UsageError before calling if the words do not match the parameters.
 Outcome callEntryPoint(const EntryPoint& entry, const std::vector<std::string>& words,
                        const Results& results = {});
 
@@ -34,5 +34,11 @@ std::string describe(const small::Exception& raised);
 
 // The same on standard error.
 void report(const small::Exception& raised);
+
+// Prints the runtime operations that the module called on standard error, one per line.
+void printTrace(const std::vector<std::string>& calls);
+
+// The result on standard output, or the exception on standard error.
+void print(const Outcome& outcome);
 
 }  // namespace quen::driver

@@ -1,65 +1,75 @@
-// quen-io check: whether files are the text they should be, as the readers of the module see it.
+// quen-io check: whether files are valid UTF-8 or TOML input, as judged by the module's readers.
 
+#include <cstdint>
 #include <exception>
 #include <iostream>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "driver/commands.h"
 #include "driver/progress.h"
+#include "driver/reasons.h"
 #include "driver/terminal.h"
 #include "driver/text.h"
+#include "driver/values.h"
 #include "quen/io/entry_points.h"
 #include "runtime/small/host.h"
 
 namespace quen::driver {
 
-const char* const kCheckHelp =
-    "A file named *.toml is checked by TOML's rules for bytes (UTF-8 without a raw U+0000), any "
-    "other\n"
-    "to be UTF-8. Each that fails is told on a line of its own: FILE: MESSAGE.";
-
 namespace {
 
-// A folder reads as an empty text, so it is looked for first.
-std::optional<std::string> faultOf(const std::string& file) {
+// The reader returns an empty text for a folder, so folders are detected first.
+std::optional<std::string> faultOf(const std::string& file, const std::string& path) {
   const small::Scope scope;
-  if (quen_io_Path__isDirectory(small::newPath(file))) return "Path is a directory";
+  if (quen_io_Path__isDirectory(small::newPath(path))) return "Path is a directory";
   try {
     if (file.ends_with(".toml")) {
-      quen_io_toml_TOML__readStrictPath(file.c_str());
+      quen_io_toml_TOML__readStrictPath(path.c_str());
     } else {
-      quen_io_FileReader__readAllTextPath(file.c_str());
+      quen_io_FileReader__readAllTextPath(path.c_str());
     }
-  } catch (const std::exception& failure) {  // more than memory holds
+  } catch (const std::exception& failure) {  // std::length_error or std::bad_alloc
     small::takeException();
     return failure.what();
   }
   const std::optional<small::Exception> raised = small::takeException();
   if (!raised) return std::nullopt;
-  return raised->message;
+  return raised->message + readingReason(path);
 }
+
+class Check {
+ public:
+  int status() const { return status_; }
+
+  void file(const std::string& name) {
+    progress_.show(checked_++, bytes_, name);
+    bytes_ += quen_io_FileInputStream__sizePath(name.c_str());
+    if (const auto fault = faultOf(name, name)) tell(name, *fault);
+  }
+
+ private:
+  void tell(const std::string& file, const std::string& fault) {
+    progress_.erase();
+    const std::string reason = styled(std::cout, Style::kFailure, escaped(fault));
+    std::cout << escaped(file) << ": " << reason << '\n' << std::flush;
+    status_ = kRaised;
+  }
+
+  Progress progress_;
+  std::size_t checked_ = 0;
+  std::int64_t bytes_ = 0;
+  int status_ = kDone;
+};
 
 }  // namespace
 
-int runCheck(const std::vector<std::string>& files) {
-  Progress progress;
-  std::size_t checked = 0;
-  std::int64_t bytes = 0;
-  int status = kDone;
-  for (const std::string& file : files) {
-    progress.show(checked, bytes, file);
-    if (const auto fault = faultOf(file)) {
-      progress.erase();
-      const std::string reason = styled(std::cout, Style::kFailure, escaped(*fault));
-      std::cout << escaped(file) << ": " << reason << '\n' << std::flush;
-      status = kRaised;
-    }
-    ++checked;
-    bytes += quen_io_FileInputStream__sizePath(file.c_str());
-  }
-  return status;
+int runCheck(const CheckOptions& options) {
+  const small::Scope scope;
+  if (options.files.empty()) throw UsageError("FILE is missing (see --help)");
+  Check check;
+  for (const std::string& name : options.files) check.file(name);
+  return check.status();
 }
 
 }  // namespace quen::driver

@@ -1,44 +1,55 @@
-// The subcommands, each in the file of its name, and what they have in common.
+// The commands, each implemented in the file of its name, and shared declarations.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "driver/help.h"
+
 namespace quen::driver {
 
-// What a subcommand gives back is the exit status.
+// Exit statuses, which the commands return.
 inline constexpr int kDone = 0;
 inline constexpr int kRaised = 1;
 inline constexpr int kUsage = 2;
 inline constexpr int kNotPublished = 3;
-inline constexpr int kInterrupted = 130;
 
 struct IndexOptions {
   std::string folder;
   std::string output = "quen-io-index.jsonl";
   std::int64_t maxTextBytes = std::int64_t{16} << 20;
+  bool quiet = false;
 };
 
 struct CallOptions {
+  std::string entry;
+  std::vector<std::string> arguments;
   bool json = false;
   bool trace = false;
 };
 
+struct CheckOptions {
+  std::vector<std::string> files;
+};
+
+struct ListOptions {
+  std::vector<std::string> words;  // names of entry points or parts of them; empty: all
+  bool json = false;
+};
+
 int runIndex(const IndexOptions& options);
-int runCall(const std::string& name, const std::vector<std::string>& words,
-            const CallOptions& options);
-int runCheck(const std::vector<std::string>& files);
-int runList(const std::vector<std::string>& names);
+int runCall(const CallOptions& options);
+int runCheck(const CheckOptions& options);
+int runList(const ListOptions& options);
 int runShell();
+int runDumpCommands();
 
-// What --help tells about them.
-extern const char* const kIndexHelp;
-extern const char* const kCallHelp;
-extern const char* const kCheckHelp;
-extern const char* const kShellHelp;
+// The help of the shell, for --help and the shell's command `help`.
+HelpSection shellHelp();
 
-// One line on standard error.
+// Prints one line on standard error.
 void complain(const std::string& words);
 
 }  // namespace quen::driver

@@ -3,14 +3,16 @@
 #include <readline/readline.h>
 
 #include <algorithm>
-#include <cstdio>  // what readline's header leaves out
+#include <cstdio>  // not included by readline's header
 #include <cstring>
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "driver/entry_table.h"
 #include "driver/text.h"
+#include "driver/words.h"
 #include "quen/io/entry_points.h"
 #include "runtime/small/host.h"
 
@@ -20,7 +22,7 @@ namespace {
 
 using Candidates = std::set<std::string>;
 
-// readline takes plain functions, so what they go by stands here.
+// State of the completion functions: readline takes plain function pointers without user data.
 const Results* gResults = nullptr;
 Candidates gCandidates;
 
@@ -33,14 +35,14 @@ void addEntryPoints(Candidates& candidates) {
   }
 }
 
-// A name that would have to be quoted is proposed within quotes only, and one that a terminal
-// should not see not at all.
+// Whether a name can be proposed: it has to be printable, and a ' cannot be written within '...'.
 bool isProposed(const std::string& name) {
-  const char* special = rl_completion_quote_character != 0 ? "\"'\\" : "\"'\\ ";
-  return name.find_first_of(special) == std::string::npos && escaped(name) == name;
+  const bool isTypable =
+      rl_completion_quote_character != '\'' || name.find('\'') == std::string::npos;
+  return isTypable && escaped(name) == name;
 }
 
-// The length of a form that the word begins with, as "path:".
+// The length of the form prefix of the word, such as "path:".
 std::size_t formLength(std::string_view word) {
   for (const std::string_view prefix : argumentPrefixes()) {
     if (word.starts_with(prefix)) return prefix.size();
@@ -48,7 +50,7 @@ std::size_t formLength(std::string_view word) {
   return 0;
 }
 
-// The entries of the folder that the word names so far, behind the form that it may begin with.
+// The paths that complete the word, after its form prefix if it has one.
 void addPaths(Candidates& candidates, const std::string& word) {
   const small::Scope scope;
   const std::size_t start = formLength(word);
@@ -64,18 +66,20 @@ void addPaths(Candidates& candidates, const std::string& word) {
   small::takeException();
 }
 
-// Whether the word that begins at this place is the first, or the first behind "$name =".
+// Whether the word after this text is the command: the first word, or the first after "name =".
 bool isFirstWord(std::string_view before) {
-  const std::size_t last = before.find_last_not_of(" \t");
-  if (last == std::string_view::npos) return true;
-  return before[last] == '=' && before[before.find_first_not_of(" \t")] == '$';
+  std::vector<std::string> words =
+      wordsOf(before).value_or(std::vector<std::string>{"an open quote"});
+  if (words.size() > 1 && words[1] == "=") words.erase(words.begin(), words.begin() + 2);
+  return words.empty() || words == std::vector<std::string>{"call"};
 }
 
 Candidates candidatesFor(const std::string& word, std::string_view before) {
   Candidates candidates;
-  if (isFirstWord(before) || before.starts_with("help ")) addEntryPoints(candidates);
+  if (isFirstWord(before) || before.starts_with("help ") || before.starts_with("list "))
+    addEntryPoints(candidates);
   if (isFirstWord(before)) {
-    candidates.insert({"help", "list", "exit"});
+    candidates.insert({"help", "list", "results", "quit", "exit"});
   } else {
     candidates.insert("null");
     addPaths(candidates, word);
@@ -86,24 +90,35 @@ Candidates candidatesFor(const std::string& word, std::string_view before) {
   return candidates;
 }
 
-// What a word is usually gone on with after such an end, so that no space is put there.
+// After such an ending the word usually continues, so no space is appended.
 bool isOpenEnded(const std::string& word) { return word.find_last_of("/:@") == word.size() - 1; }
 
-// Called with a state of 0 first, and then until there is no more.
+// A readline generator: called with state 0 first, then repeatedly until it returns null.
 char* nextCandidate(const char*, int state) {
   static Candidates::const_iterator next;
   if (state == 0) next = gCandidates.begin();
   return next == gCandidates.end() ? nullptr : strdup((next++)->c_str());
 }
 
-char** complete(const char* word, int start, int) {
-  rl_attempted_completion_over = 1;  // or readline would go on and look at files itself
-  gCandidates = candidatesFor(word, {rl_line_buffer, static_cast<std::size_t>(start)});
+char** complete(const char* typed, int start, int) {
+  rl_attempted_completion_over = 1;  // disables readline's own file name completion
+  const auto quote = static_cast<char>(rl_completion_quote_character);
+  const std::string word = unquoted(typed, quote);
+  gCandidates.clear();
+  for (const std::string& each :
+       candidatesFor(word, {rl_line_buffer, static_cast<std::size_t>(start)})) {
+    gCandidates.insert(asTyped(each, quote));
+  }
   if (gCandidates.size() == 1 && isOpenEnded(*gCandidates.begin())) {
     rl_completion_append_character = '\0';
     rl_completion_suppress_quote = 1;
   }
-  return rl_completion_matches(word, nextCandidate);
+  return rl_completion_matches(typed, nextCandidate);
+}
+
+// NOLINTNEXTLINE(readability-non-const-parameter): readline takes no other type of function.
+int isQuotedAt(char* line, int index) {
+  return isQuoted(line, static_cast<std::size_t>(index)) ? 1 : 0;
 }
 
 }  // namespace
@@ -113,6 +128,7 @@ void enableCompletion(const Results& results) {
   rl_attempted_completion_function = complete;
   rl_completer_word_break_characters = " \t";
   rl_completer_quote_characters = "\"'";
+  rl_char_is_quoted_p = isQuotedAt;
 }
 
 }  // namespace quen::driver

@@ -1,12 +1,12 @@
-// What the shell proposes when the tab key is pressed.
+// Tab completion of the shell.
 #pragma once
 
 #include "driver/arguments.h"
 
 namespace quen::driver {
 
-// Lets readline propose commands and entry points for the first word of a line, and for the others
-// forms of arguments, the names of these results, which are looked at each time, and paths.
+// Makes readline complete the first word of a line to commands and entry points, and further words
+// to forms of arguments, names of `results` (read at each completion) and paths.
 void enableCompletion(const Results& results);
 
 }  // namespace quen::driver

@@ -1,7 +1,7 @@
-"""The completions of quen-io for three shells.
+"""The completions of quen-io for three shells, from the table of commands.
 
-The first word completes to a command. What a command takes is told by the name that its help gives
-to it: a FOLDER, a FILE, or an ENTRY and its arguments, which may be paths.
+The first word completes to a command. The name of a command's operand selects what it completes to:
+a FOLDER, a FILE, or an ENTRY and its arguments, which may be paths.
 """
 
 MADE_BY = "# Made by driver/manual.py."
@@ -9,17 +9,18 @@ MADE_BY = "# Made by driver/manual.py."
 
 def takes(command):
     """FOLDER, FILE, ENTRY or nothing, and whether arguments follow it."""
-    words = command.positionals[0][0].split() if command.positionals else [""]
-    return words[0], len(words) > 1
+    operands = command["operands"]
+    return operands[0]["name"] if operands else "", len(operands) > 1
 
 
 def names(options):
-    return [name for option in options for name in (option.short, option.long) if name]
+    return [name for option in options for name in option["names"]]
 
 
 # bash
 
-def bash(main, commands, entries):
+
+def bash(program, commands, entries):
     yield from (MADE_BY, "", "_quen_io() {")
     yield "  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} word"
     yield "  local -i before=0  # words behind the command that are no options"
@@ -28,22 +29,22 @@ def bash(main, commands, entries):
     yield "  done"
     yield "  COMPREPLY=()"
     yield "  if ((COMP_CWORD == 1)); then"
-    yield from _bash_words([command.name for command in commands] + names(main.options))
+    yield from _bash_words([command["name"] for command in commands] + names(program["options"]))
     yield from ("    return", "  fi", "  case ${COMP_WORDS[1]} in")
     for command in commands:
-        yield f"    {command.name})"
+        yield f"    {command['name']})"
         yield from (f"    {line}" for line in _bash_command(command, entries))
         yield "      ;;"
     yield from ("  esac", "}", "", "complete -F _quen_io quen-io")
 
 
 def _bash_command(command, entries):
-    words = _bash_words(names(command.options))
+    words = _bash_words(names(command["options"]))
     yield from ("  if [[ $current == -* ]]; then", *words)
-    for option in command.options:
-        if option.value:
+    for option in command["options"]:
+        if option["value"]:
             test = " || ".join(f"$previous == {name}" for name in names([option]))
-            found = _bash_paths("-f") if option.value == "FILE" else ["    :"]
+            found = _bash_paths("-f") if option["value"] == "FILE" else ["    :"]
             yield from (f"  elif [[ {test} ]]; then", *found)
     kind, has_arguments = takes(command)
     if kind == "ENTRY":
@@ -57,12 +58,11 @@ def _bash_command(command, entries):
 
 
 def _bash_words(words):
-    return [f'''    mapfile -t COMPREPLY < <(compgen -W "{' '.join(words)}" -- "$current")''']
+    return [f"""    mapfile -t COMPREPLY < <(compgen -W "{' '.join(words)}" -- "$current")"""]
 
 
 def _bash_paths(action):
-    return ["    compopt -o filenames",
-            f'    mapfile -t COMPREPLY < <(compgen {action} -- "$current")']
+    return ["    compopt -o filenames", f'    mapfile -t COMPREPLY < <(compgen {action} -- "$current")']
 
 
 # zsh
@@ -70,22 +70,30 @@ def _bash_paths(action):
 ZSH_ACTIONS = {"FOLDER": "_directories", "FILE": "_files", "ENTRY": "_quen_io_entries"}
 
 
-def zsh(main, commands, entries):
+def zsh(program, commands, entries):
     yield from ("#compdef quen-io", MADE_BY, "")
-    yield from _zsh_described("entries", "entry point",
-                              [(entry["short"], entry["summary"]) for entry in entries])
-    yield from _zsh_described("commands", "command",
-                              [(command.name, command.summary) for command in commands])
-    yield from ("# A path may stand behind a form, as in folder:/usr.", "_quen_io_arguments() {",
-                "  compset -P '[a-z]##:'", "  _files", "}", "")
+    yield from _zsh_described(
+        "entries", "entry point", [(entry["short"], entry["summary"]) for entry in entries]
+    )
+    yield from _zsh_described(
+        "commands", "command", [(command["name"], command["summary"]) for command in commands]
+    )
+    yield from (
+        "# A path may stand behind a form, as in folder:/usr.",
+        "_quen_io_arguments() {",
+        "  compset -P '[a-z]##:'",
+        "  _files",
+        "}",
+        "",
+    )
     yield from ("_quen_io() {", "  local curcontext=$curcontext state line")
-    yield _zsh_arguments("  _arguments -C", [*_zsh_options(main), "'1: :_quen_io_commands'",
-                                             "'*:: :->words'"])
+    yield _zsh_arguments(
+        "  _arguments -C", [*_zsh_options(program), "'1: :_quen_io_commands'", "'*:: :->words'"]
+    )
     yield from ("  [[ $state == words ]] || return", "  case $words[1] in")
     for command in commands:
-        yield f"    {command.name})"
-        yield _zsh_arguments("      _arguments",
-                             [*_zsh_options(command), *_zsh_positionals(command)])
+        yield f"    {command['name']})"
+        yield _zsh_arguments("      _arguments", [*_zsh_options(command), *_zsh_positionals(command)])
         yield "      ;;"
     yield from ("  esac", "}", "", '_quen_io "$@"')
 
@@ -102,19 +110,19 @@ def _zsh_quoted(text):
 
 
 def _zsh_options(command):
-    for option in command.options:
+    for option in command["options"]:
         both = names([option])
-        value = f":{option.value}:{ZSH_ACTIONS.get(option.value, '')}" if option.value else ""
-        about = _zsh_quoted(f"[{option.summary}]{value}")
+        value = f":{option['value']}:{ZSH_ACTIONS.get(option['value'], '')}" if option["value"] else ""
+        about = _zsh_quoted(f"[{option['summary']}]{value}")
         for name in both:
-            equals = "=" if option.value and name.startswith("--") else ""
+            equals = "=" if option["value"] and name.startswith("--") else ""
             yield f"'({' '.join(both)})'{name}{equals}{about}"
 
 
 def _zsh_positionals(command):
     kind, has_arguments = takes(command)
     if kind:
-        number = "*" if "..." in command.usage and not has_arguments else "1"
+        number = "*" if command["operands"][0]["many"] else "1"
         yield f"'{number}:{kind}:{ZSH_ACTIONS[kind]}'"
     if has_arguments:
         yield "'*:argument:_quen_io_arguments'"
@@ -127,20 +135,22 @@ def _zsh_arguments(call, descriptions):
 
 # fish
 
-def fish(main, commands, entries):
+
+def fish(program, commands, entries):
     rows = [f"        {entry['short']} {_fish_quoted(entry['summary'])}" for entry in entries]
     yield from (MADE_BY, "", "function __quen_io_entries")
     yield " \\\n".join([r"    printf '%s\t%s\n'", *rows])
     yield from ("end", "", "complete -c quen-io -f")
-    for option in main.options:
+    for option in program["options"]:
         yield _fish_option("__fish_use_subcommand", option)
     for command in commands:
-        yield _fish_rule("__fish_use_subcommand",
-                         f"-a {command.name} -d {_fish_quoted(command.summary)}")
+        yield _fish_rule(
+            "__fish_use_subcommand", f"-a {command['name']} -d {_fish_quoted(command['summary'])}"
+        )
     for command in commands:
         yield ""
-        used = f"__fish_seen_subcommand_from {command.name}"
-        for option in command.options:
+        used = f"__fish_seen_subcommand_from {command['name']}"
+        for option in command["options"]:
             yield _fish_option(used, option)
         yield from _fish_positionals(command, used)
 
@@ -154,10 +164,11 @@ def _fish_rule(condition, what):
 
 
 def _fish_option(condition, option):
-    short = f"-s {option.short[1:]} " if option.short else ""
-    value = {"": "", "FILE": "-r -F "}.get(option.value, "-x ")
-    return _fish_rule(condition,
-                      f"{short}-l {option.long[2:]} {value}-d {_fish_quoted(option.summary)}")
+    spellings = "".join(
+        f"-l {name[2:]} " if name.startswith("--") else f"-s {name[1:]} " for name in option["names"]
+    )
+    value = {"": "", "FILE": "-r -F "}.get(option["value"], "-x ")
+    return _fish_rule(condition, f"{spellings}{value}-d {_fish_quoted(option['summary'])}")
 
 
 def _fish_positionals(command, used):

@@ -1,5 +1,5 @@
-// The table of entry points. Its rows are made from the header that declares the entry points, so
-// there is nothing to add here for a new one.
+// The table of entry points. Its rows are generated from the header that declares the entry points
+// (entry_table.py), so a new entry point needs no change here.
 #pragma once
 
 #include <array>
@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "driver/help.h"
 #include "driver/values.h"
 
 namespace quen::driver {
@@ -21,6 +22,7 @@ enum class ParameterType { kObject, kText, kInteger32, kInteger64 };
 struct Parameter {
   std::string_view name;
   ParameterType type;
+  bool isFilled;  // a Byte[] that the call fills
 };
 
 struct EntryPoint {
@@ -35,14 +37,23 @@ struct EntryPoint {
 
 const std::vector<EntryPoint>& entryPoints();
 
-// The entry point of a full or short name, or of a short name without its class where that is
-// unique. Throws UsageError, with what might have been meant, when there is none or more than one.
+// The entry point with this full or short name, or all with this short name without the class.
+std::vector<const EntryPoint*> entryPointsNamed(std::string_view name);
+
+// The entry point with this full or short name, or with this short name without the class if that
+// is unique. Throws UsageError with suggestions if there is none or more than one.
 const EntryPoint& findEntryPoint(std::string_view name);
 
-// How the short names are made, in a few lines for --help.
-extern const char* const kNamesHelp;
+// The help on short names.
+HelpSection namesHelp();
 
-// From here on: how a row is made of a function.
+// The rest makes a row from a function.
+
+// A parameter as declared in the header; its type is deduced from the function.
+struct ParameterNote {
+  std::string_view name;
+  bool isFilled;
+};
 
 template <typename T>
 constexpr ParameterType parameterType() {
@@ -66,10 +77,12 @@ Value callWith(Result (*function)(Parameters...), const std::vector<Argument>& a
 template <typename Result, typename... Parameters>
 EntryPoint entryPoint(Result (*function)(Parameters...), std::string_view fullName,
                       std::string_view shortName, std::string_view signature,
-                      [[maybe_unused]] std::array<std::string_view, sizeof...(Parameters)> names,
+                      [[maybe_unused]] std::array<ParameterNote, sizeof...(Parameters)> notes,
                       std::string_view summary, std::string_view help) {
   std::vector<Parameter> parameters;
-  (parameters.push_back({names[parameters.size()], parameterType<Parameters>()}), ...);
+  (parameters.push_back({notes[parameters.size()].name, parameterType<Parameters>(),
+                         notes[parameters.size()].isFilled}),
+   ...);
   const auto call = [function](const std::vector<Argument>& arguments) {
     return callWith(function, arguments, std::index_sequence_for<Parameters...>());
   };

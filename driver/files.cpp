@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "driver/reasons.h"
 #include "driver/text.h"
 #include "driver/values.h"
 #include "quen/io/entry_points.h"
@@ -10,7 +11,7 @@
 
 namespace quen::driver {
 
-// The size is where to begin, not what to trust: a file may grow, and some tell no size.
+// The size is only a hint: a file may grow, and those of /proc have size 0.
 std::string readFile(const std::string& path) {
   if (!quen_io_FileInputStream__isRegularPath(path.c_str())) {
     throw UsageError("no regular file " + inQuotes(path));
@@ -29,7 +30,8 @@ std::string readFile(const std::string& path) {
     const std::int64_t count =
         quen_io_FileInputStream__readBytesPath(path.c_str(), position, buffer, portion);
     if (const auto raised = small::takeException()) {
-      throw UsageError("cannot read " + inQuotes(path) + ": " + escaped(raised->message));
+      throw UsageError("cannot read " + inQuotes(path) + ": " + escaped(raised->message) +
+                       readingReason(path));
     }
     if (count == 0) return contents;
     const std::vector<std::uint8_t> bytes = small::byteArrayContents(buffer);

@@ -1,4 +1,4 @@
-// Files of the driver's own use, reached as everything else: through entry points.
+// Files that the driver itself reads; like all files, through entry points.
 #pragma once
 
 #include <cstdint>
@@ -6,10 +6,10 @@
 
 namespace quen::driver {
 
-// How many bytes are held at once: some files have no end, and a number is soon mistyped.
+// The largest number of bytes held in memory, because some files are endless.
 inline constexpr std::int64_t kMostBytes = std::int64_t{1} << 30;
 
-// All bytes of a regular file. Throws UsageError when it cannot be read or is larger than that.
+// All bytes of a regular file. Throws UsageError if it cannot be read or is larger than the limit.
 std::string readFile(const std::string& path);
 
 }  // namespace quen::driver

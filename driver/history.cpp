@@ -1,19 +1,21 @@
 #include "driver/history.h"
 
+#include <fcntl.h>
 #include <readline/history.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>  // what readline's headers leave out
+#include <cstdio>  // not included by readline's headers
 #include <cstdlib>
-#include <optional>
 #include <sstream>
-#include <string>
+#include <vector>
 
 #include "driver/call.h"
 #include "driver/commands.h"
 #include "driver/files.h"
 #include "driver/text.h"
+#include "driver/values.h"
 #include "quen/io/entry_points.h"
 
 namespace quen::driver {
@@ -27,7 +29,7 @@ std::string environment(const char* name) {
   return value == nullptr ? "" : value;
 }
 
-// None when the environment names no place for it.
+// None if neither XDG_STATE_HOME nor HOME is an absolute path.
 std::optional<std::string> historyFolder() {
   const std::string state = environment("XDG_STATE_HOME");
   if (state.starts_with('/')) return state + "/quen-io";
@@ -36,42 +38,100 @@ std::optional<std::string> historyFolder() {
   return std::nullopt;
 }
 
-// By its row in the table: a module that makes no folders keeps history where there is one.
-void makeFolder(const std::string& folder) {
-  for (const EntryPoint& entry : entryPoints()) {
-    if (entry.shortName == "FolderPath._mkdirsNative") callEntryPoint(entry, {"text:" + folder});
-  }
+std::string fileIn(const std::string& folder) { return folder + "/history"; }
+
+// A FIFO or a device keeps nothing and could block.
+bool isOtherThanAFile(const std::string& path) {
+  return quen_io_FileInputStream__existsPath(path.c_str()) &&
+         !quen_io_FileInputStream__isRegularPath(path.c_str());
 }
 
-std::string fileIn(const std::string& folder) { return folder + "/history"; }
+// The history may contain private data, so new files and folders are readable by the owner only.
+class PrivateMode {
+ public:
+  PrivateMode() : usual_(umask(S_IRWXG | S_IRWXO)) {}
+  ~PrivateMode() { umask(usual_); }
+  PrivateMode(const PrivateMode&) = delete;
+  PrivateMode& operator=(const PrivateMode&) = delete;
+
+ private:
+  mode_t usual_;
+};
+
+// Locks the history, so that a line that another shell appends is not lost while the file is
+// truncated to its last lines. The folder is locked, because the file is replaced. On file systems
+// without flock(2), there is no lock.
+class FolderLock {
+ public:
+  explicit FolderLock(const std::string& folder)
+      : folder_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (folder_ >= 0) static_cast<void>(flock(folder_, LOCK_EX));
+  }
+  ~FolderLock() {
+    if (folder_ >= 0) close(folder_);
+  }
+  FolderLock(const FolderLock&) = delete;
+  FolderLock& operator=(const FolderLock&) = delete;
+
+ private:
+  int folder_;
+};
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+// Replaces a file of more than twice the kept number of lines by its last lines.
+void shorten(const std::string& file) {
+  const std::vector<std::string> lines = linesOf(readFile(file));
+  if (lines.size() <= 2 * std::size_t{kMostLines}) return;
+  std::string kept;
+  for (auto line = lines.end() - kMostLines; line != lines.end(); ++line) kept += *line + '\n';
+  const PrivateMode mode;
+  quen_data_internal_DocumentIndexStore__writeAtomic(file.c_str(), kept.c_str());
+  small::takeException();  // failure is harmless: the file just stays long
+}
 
 }  // namespace
 
-void loadHistory() {
+void History::load() {
   using_history();
   stifle_history(kMostLines);
-  const std::optional<std::string> folder = historyFolder();
-  if (!folder || !quen_io_FileInputStream__existsPath(fileIn(*folder).c_str())) return;
+  folder_ = historyFolder();
+  if (!folder_ || !quen_io_FileInputStream__existsPath(fileIn(*folder_).c_str())) return;
 
-  std::istringstream lines(readFile(fileIn(*folder)));
-  for (std::string line; std::getline(lines, line);) add_history(line.c_str());
+  try {
+    const FolderLock lock(*folder_);
+    for (const std::string& line : linesOf(readFile(fileIn(*folder_)))) add_history(line.c_str());
+    shorten(fileIn(*folder_));
+  } catch (const UsageError& error) {
+    complain("history not read: " + std::string(error.what()));
+    if (isOtherThanAFile(fileIn(*folder_))) folder_.reset();
+  }
 }
 
-// What was typed is nobody else's business.
-void saveHistory() {
-  const std::optional<std::string> folder = historyFolder();
-  if (!folder) return;
+void History::add(const std::string& line) {
+  const HIST_ENTRY* last = history_get(history_base + history_length - 1);
+  if (line.empty() || (last != nullptr && line == last->line)) return;
+  add_history(line.c_str());
+  if (folder_) append(line);
+}
 
-  std::string lines;
-  for (int i = 0; i < history_length; ++i) {
-    lines += std::string(history_get(history_base + i)->line) + '\n';
+void History::append(const std::string& line) {
+  const PrivateMode mode;
+  quen_io_FolderPath__mkdirsNative(folder_->c_str());
+  std::optional<small::Exception> raised = small::takeException();
+  if (!raised) {
+    const FolderLock lock(*folder_);
+    quen_io_FileWriter__appendPath(fileIn(*folder_).c_str(), (line + '\n').c_str());
+    raised = small::takeException();
   }
-  const mode_t usual = umask(S_IRWXG | S_IRWXO);
-  makeFolder(*folder);
-  quen_data_internal_DocumentIndexStore__writeAtomic(fileIn(*folder).c_str(), lines.c_str());
-  umask(usual);
-  if (const auto raised = small::takeException()) {
-    complain("history not kept in " + inQuotes(*folder) + ": " + describe(*raised));
+  if (raised) {
+    complain("history not kept in " + inQuotes(*folder_) + ": " + describe(*raised));
+    folder_.reset();
   }
 }
 

@@ -12,7 +12,7 @@ void putText(Json& object, const std::string& key, const std::string& bytes) {
 }
 
 std::string toLine(const Json& value) {
-  return value.dump(-1, ' ', true, Json::error_handler_t::replace);
+  return escapedForJson(value.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 }  // namespace quen::driver

@@ -1,4 +1,4 @@
-// JSON that holds any bytes without loss and is safe to show on a terminal.
+// JSON that represents arbitrary bytes without loss and is safe to print on a terminal.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -8,11 +8,12 @@ namespace quen::driver {
 
 using Json = nlohmann::ordered_json;
 
-// Puts the bytes under the key, with U+FFFD for what is not UTF-8; all bytes are then, and only
-// then, under KEY_hex as well.
+// Stores the bytes under the key. If they are not UTF-8, invalid bytes are replaced by U+FFFD, and
+// all bytes are also stored under KEY_hex.
 void putText(Json& object, const std::string& key, const std::string& bytes);
 
-// The value on one line, all ASCII, without the line's end.
+// The value on one line, without a newline. Printable UTF-8 is not escaped; other characters, which
+// occur in strings only, are (\u001b).
 std::string toLine(const Json& value);
 
 }  // namespace quen::driver

@@ -8,6 +8,7 @@
 #include <iostream>
 #include <string>
 
+#include "driver/terminal.h"
 #include "driver/text.h"
 
 namespace quen::driver {
@@ -23,8 +24,8 @@ std::size_t terminalWidth() {
   return known ? size.ws_col : 80;
 }
 
-// As much of the text as fits into the cells, counting two for everything that is not ASCII: a line
-// that is too short does no harm, one that wraps stays on the screen.
+// Truncates the text to the number of columns, counting two for each non-ASCII character: a line
+// that is too short is harmless, but one that wraps cannot be erased.
 std::string_view fitting(std::string_view text, std::size_t cells) {
   std::size_t used = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -49,7 +50,7 @@ std::string readable(std::int64_t bytes) {
 
 }  // namespace
 
-Progress::Progress() : terminal_(isatty(STDERR_FILENO) != 0) {}
+Progress::Progress(bool isWanted) : terminal_(isWanted && takesEscapes(std::cerr)) {}
 
 void Progress::show(std::size_t entries, std::int64_t bytes, std::string_view where) {
   const Clock::time_point now = Clock::now();

@@ -1,4 +1,5 @@
-// One live line on standard error while an index is made; nothing where that is no terminal.
+// A progress line on standard error, which is overwritten at each update. Nothing is shown unless
+// standard error is a terminal with escape sequences.
 #pragma once
 
 #include <chrono>
@@ -9,12 +10,11 @@ namespace quen::driver {
 
 class Progress {
  public:
-  Progress();
+  explicit Progress(bool isWanted = true);
   ~Progress() { erase(); }
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
+  Progress& operator=(Progress&&) = delete;  // neither copyable nor movable
 
-  // Shows how far it is, unless it did so a moment ago.
+  // Shows the progress; rate-limited.
   void show(std::size_t entries, std::int64_t bytes, std::string_view where);
 
   void erase();

@@ -1,4 +1,4 @@
-// How results are shown, as text and as JSON.
+// Formats results as text and as JSON.
 #pragma once
 
 #include <string>
@@ -12,12 +12,12 @@ namespace quen::driver {
 // One line for a result: FolderPath "a/b", "text", hex:0102, list of 3, done.
 std::string describe(const Value& value);
 
-// The same for each element when the value is a list, nothing for any other value.
+// One such line for each element of a list; nothing for any other value.
 std::vector<std::string> describeElements(const Value& value);
 
 bool isList(const Value& value);
 
-// An object with the value's type and what it holds.
+// A JSON object with the type and contents of the value.
 Json toJson(const Value& value);
 
 }  // namespace quen::driver

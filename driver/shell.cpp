@@ -1,10 +1,10 @@
 // quen-io shell: calls line by line, with results that later lines can use.
 
 #include <poll.h>
-#include <readline/history.h>
 #include <readline/readline.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <csignal>
@@ -26,71 +26,59 @@
 #include "driver/list.h"
 #include "driver/results.h"
 #include "driver/text.h"
+#include "driver/words.h"
 
 namespace quen::driver {
 
-const char* const kShellHelp =
-    "A line is one of\n"
-    "  [$NAME =] ENTRY ARG...   calls an entry point\n"
-    "  [$NAME =] VALUE          makes or shows a value: path:a/b, bytes:16, $1\n"
-    "  help [ENTRY]   list   exit\n"
-    "A result gets the name it is given, or the next of $1, $2 and so on. Words are split at\n"
-    "spaces; 'single' and \"double\" quotes and a backslash keep them together. A line that\n"
-    "begins with # is left out. A line that fails says so on standard error, and the next one\n"
-    "goes on; when lines come from a pipe or a file, the exit status is 1 in the end.\n"
-    "On a terminal there is a history, kept in $XDG_STATE_HOME/quen-io/history or\n"
-    "~/.local/state/quen-io/history, and the tab key completes entry points, forms of arguments,\n"
-    "results and paths, those with spaces within quotes.";
+HelpSection shellHelp() {
+  return {
+      "",
+      {{"A line is one of",
+        {{"[NAME =] [call] ENTRY ARG...", "calls an entry point"},
+         {"[NAME =] VALUE", "makes or shows a value: path:a/b, bytes:16, $1"},
+         {"results", "shows every result and its name"},
+         {"help [ENTRY]", "shows this help, or the full description of an entry point"},
+         {"list [WORD]", "lists the entry points, or those that match the word"},
+         {"quit, exit", "ends the shell"}}},
+       {"A result is kept under the given NAME, or under the next number; later lines use it as "
+        "$NAME or $1. Words are split at spaces that are not in 'single' or \"double\" quotes or "
+        "behind a backslash. A line that begins with # is a comment. Errors are printed on "
+        "standard error, and the shell continues with the next line; if lines come from a pipe or "
+        "a file, the exit status is then 1."},
+       {"On a terminal each line is added to a history as it is typed, in "
+        "$XDG_STATE_HOME/quen-io/history or ~/.local/state/quen-io/history, and the tab key "
+        "completes entry points, forms of arguments, results and paths."}}};
+}
 
 namespace {
 
-// The words of a line, or none when a quote is left open.
-std::optional<std::vector<std::string>> wordsOf(std::string_view line) {
-  std::vector<std::string> words;
-  bool inWord = false;
-  char quote = '\0';
-  for (std::size_t i = 0; i < line.size(); ++i) {
-    const char each = line[i];
-    if (quote == '\0' && (each == ' ' || each == '\t' || each == '\r')) {
-      inWord = false;
-      continue;
-    }
-    if (!inWord) words.emplace_back();
-    inWord = true;
-    if (each == quote) {
-      quote = '\0';
-    } else if (quote == '\0' && (each == '\'' || each == '"')) {
-      quote = each;
-    } else if (each == '\\' && quote != '\'' && i + 1 < line.size()) {
-      words.back() += line[++i];
-    } else {
-      words.back() += each;
-    }
-  }
-  if (quote != '\0') return std::nullopt;
-  return words;
-}
+const char* const kZeroByte =
+    "a line holds a zero byte, and is left out: lines are text, a zero byte is written as hex:00";
 
-bool isName(std::string_view word) {
-  if (word.size() < 2 || word[0] != '$') return false;
-  for (const char each : word.substr(1)) {
-    if (std::isalnum(static_cast<unsigned char>(each)) == 0 && each != '_') return false;
+// The name of a result, "$name", from the word before the "=", which is "name" or "$name".
+std::string resultName(const std::string& word) {
+  const std::string name = word.starts_with('$') ? word.substr(1) : word;
+  const auto isAllowed = [](unsigned char each) { return std::isalnum(each) != 0 || each == '_'; };
+  if (name.empty() || !std::ranges::all_of(name, isAllowed) ||
+      std::isdigit(static_cast<unsigned char>(name[0])) != 0) {
+    throw UsageError("no name for a result: " + inQuotes(word));
   }
-  return std::isdigit(static_cast<unsigned char>(word[1])) == 0;
+  return '$' + name;
 }
 
 class Session {
  public:
   const Results& results() const { return results_; }
 
-  // Does what a line says. False when it could not, or when the call raised an exception.
+  // Executes a line. Returns false if that failed or the call raised an exception.
   bool run(const std::string& line) {
     try {
+      if (line.find('\0') != std::string::npos) throw UsageError(kZeroByte);
       const auto words = wordsOf(line);
       if (!words) throw UsageError("a quote is left open");
       if (words->empty() || words->front().starts_with('#')) return true;
       return runWords(*words);
-    } catch (const std::exception& error) {  // wrong usage, or more than memory holds
+    } catch (const std::exception& error) {  // UsageError or std::bad_alloc
       complain(error.what());
       return false;
     }
@@ -100,28 +88,38 @@ class Session {
   bool runWords(std::vector<std::string> words) {
     std::string name;
     if (words.size() > 1 && words[1] == "=") {
-      if (!isName(words[0])) throw UsageError("no name for a result: " + inQuotes(words[0]));
-      name = words[0];
+      name = resultName(words[0]);
       words.erase(words.begin(), words.begin() + 2);
       if (words.empty()) throw UsageError("nothing to call or to keep behind the =");
     }
+    if (words.front() == "call" && words.size() > 1) words.erase(words.begin());
     const std::string first = words.front();
     words.erase(words.begin());
-    if (first == "help" || first == "list") return runHelp(first, words);
+    if (first == "help") return runHelp(words);
+    if (first == "list") return runList(words);
+    if (first == "results" && words.empty()) return showResults();
     if (isValue(first)) return runValue(name, first, words);
     return runCall(name, findEntryPoint(first), words);
   }
 
-  static bool runHelp(const std::string& command, const std::vector<std::string>& names) {
-    if (names.empty() && command == "list") listEntryPoints(std::cout);
-    if (names.empty() && command == "help") {
-      std::cout << kShellHelp << "\n\n" << kArgumentsHelp << "\n\n" << kNamesHelp << '\n';
-    }
+  static bool runHelp(const std::vector<std::string>& names) {
+    if (names.empty()) std::cout << rendered({shellHelp(), argumentsHelp(), namesHelp()});
     for (const std::string& name : names) explainEntryPoint(std::cout, findEntryPoint(name));
     return true;
   }
 
-  // A result that is only looked at keeps the name it has.
+  static bool runList(const std::vector<std::string>& words) {
+    if (words.empty()) listEntryPoints(std::cout);
+    listEntryPoints(std::cout, words);
+    return true;
+  }
+
+  bool showResults() const {
+    for (const auto& [name, value] : results_) show(name, value);
+    return true;
+  }
+
+  // Showing a result does not give it another name.
   bool runValue(const std::string& name, const std::string& word,
                 const std::vector<std::string>& others) {
     if (!others.empty()) throw UsageError("more than one value: " + inQuotes(others.front()));
@@ -167,7 +165,7 @@ class Session {
 
 bool isExit(const std::string& line) {
   const auto words = wordsOf(line);
-  return words && words->size() == 1 && words->front() == "exit";
+  return words && words->size() == 1 && (words->front() == "exit" || words->front() == "quit");
 }
 
 int runLines(Session& session) {
@@ -176,16 +174,21 @@ int runLines(Session& session) {
     well = session.run(line) && well;
     std::cout.flush();
   }
+  if (std::ferror(stdin) != 0) {  // std::cin reports a read error as end of file
+    complain("cannot read standard input");
+    well = false;
+  }
   return well ? kDone : kRaised;
 }
 
 volatile std::sig_atomic_t gInterrupted = 0;
 
-// What was blocked before a line is typed. Meanwhile an interrupt is, but for where a key is waited
-// for, so that none comes unnoticed between looking at the flag and waiting.
+// The signal mask from before the line. While a line is typed, SIGINT is blocked except inside
+// ppoll(2), so that none is lost between checking the flag and waiting.
 sigset_t gUsualSignals;
 
-// Reads a key as readline does, but an interrupt gives up the line instead of the process.
+// Reads a key for readline (rl_getc_function); SIGINT discards the line instead of terminating the
+// process.
 int readKey(std::FILE* input) {
   pollfd keyboard = {fileno(input), POLLIN, 0};
   while (ppoll(&keyboard, 1, nullptr, &gUsualSignals) < 0) {
@@ -199,8 +202,8 @@ int readKey(std::FILE* input) {
   return read(fileno(input), &key, 1) == 1 ? key : EOF;
 }
 
-// Only while a line is typed is an interrupt more than the end of the process: a call that waits
-// for a pipe can be ended by one.
+// SIGINT is handled only while a line is typed; during a call it terminates the process, so that a
+// call that blocks on a pipe can be ended.
 std::optional<std::string> readTypedLine() {
   gInterrupted = 0;
   struct sigaction interrupt = {};
@@ -220,32 +223,27 @@ std::optional<std::string> readTypedLine() {
   return line.get();
 }
 
-void remember(const std::string& line) {
-  const HIST_ENTRY* last = history_get(history_base + history_length - 1);
-  if (!line.empty() && (last == nullptr || line != last->line)) add_history(line.c_str());
-}
-
 int runTerminal(Session& session) {
   rl_readline_name = "quen-io";
   rl_catch_signals = 0;
   rl_getc_function = readKey;
   enableCompletion(session.results());
-  loadHistory();
+  History history;
+  history.load();
   for (;;) {
     const std::optional<std::string> line = readTypedLine();
     if (!line) std::cout << '\n';
     if (!line || isExit(*line)) break;
-    remember(*line);
+    history.add(*line);
     session.run(*line);
     std::cout.flush();
   }
-  saveHistory();
   return kDone;
 }
 
 }  // namespace
 
-// Every object lives as long as the session, since any of them may be asked for again.
+// Objects live as long as the session, because later lines may refer to any result.
 int runShell() {
   const small::Scope scope;
   Session session;

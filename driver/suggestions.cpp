@@ -19,8 +19,8 @@ std::string lowerCase(std::string_view text) {
   return lower;
 }
 
-// How many characters have to be put in, taken out, replaced or exchanged with their neighbours to
-// get from one text to the other. What is far too long is not looked at: it may be very long.
+// The Damerau-Levenshtein distance (optimal string alignment). Texts of very different lengths are
+// not compared, because user input may be very long.
 std::size_t editDistance(std::string_view from, std::string_view to) {
   if (from.size() > 2 * to.size()) return from.size();
 
@@ -40,7 +40,7 @@ std::size_t editDistance(std::string_view from, std::string_view to) {
   return steps.back().back();
 }
 
-// How far what is wanted, in lower case, is from a name: 0 when it is a part of it.
+// The distance of the wanted text, in lower case, from a name; 0 if it is a substring.
 std::size_t distance(std::string_view wanted, const Candidate& candidate) {
   const std::string name = lowerCase(candidate.name);
   if (name.find(wanted) != std::string::npos) return 0;

@@ -1,4 +1,4 @@
-// What might have been meant by a name that there is not.
+// Suggestions for an unknown name.
 #pragma once
 
 #include <string>
@@ -7,17 +7,17 @@
 
 namespace quen::driver {
 
-// A name that may be proposed, and other ways to write it.
+// A name that can be suggested, and its alternative spellings.
 struct Candidate {
   std::string name;
   std::vector<std::string> spellings;
 };
 
-// "did you mean list?", with all that are equally near, or the last words when nothing is near.
+// "did you mean list?", with all nearest candidates, or `otherwise` if none is near.
 std::string suggestionFor(std::string_view typed, const std::vector<Candidate>& candidates,
                           const std::string& otherwise);
 
-// The names with a comma between them.
+// The names, separated by commas.
 std::string join(const std::vector<std::string_view>& names);
 
 }  // namespace quen::driver

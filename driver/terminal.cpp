@@ -31,15 +31,14 @@ bool isTerminal(const std::ostream& stream) {
   return false;
 }
 
-// A terminal without a name is taken for one that knows nothing.
-bool knowsStyles() { return !environment("TERM").empty() && environment("TERM") != "dumb"; }
-
 }  // namespace
 
+bool takesEscapes(const std::ostream& stream) {
+  return isTerminal(stream) && !environment("TERM").empty() && environment("TERM") != "dumb";
+}
+
 std::string styled(const std::ostream& stream, Style style, std::string_view text) {
-  if (!isTerminal(stream) || !knowsStyles() || !environment("NO_COLOR").empty()) {
-    return std::string(text);
-  }
+  if (!takesEscapes(stream) || !environment("NO_COLOR").empty()) return std::string(text);
   return std::string(sequenceOf(style)).append(text).append(kPlain);
 }
 

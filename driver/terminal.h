@@ -1,4 +1,4 @@
-// Colours and weights, for a terminal only: a pipe or a file gets the text alone.
+// Colours and bold text, on terminals only: pipes and files get plain text.
 #pragma once
 
 #include <ostream>
@@ -9,8 +9,12 @@ namespace quen::driver {
 
 enum class Style { kBold, kDim, kFailure };
 
-// The text in this style where the stream, std::cout or std::cerr, is a terminal that knows styles.
-// NO_COLOR in the environment, unless it is empty, turns them off.
+// Whether the stream, std::cout or std::cerr, is a terminal that supports escape sequences: TERM is
+// set and not "dumb".
+bool takesEscapes(const std::ostream& stream);
+
+// The text in this style if the stream, std::cout or std::cerr, is a terminal that supports escape
+// sequences. A NO_COLOR variable that is not empty disables styles (no-color.org).
 std::string styled(const std::ostream& stream, Style style, std::string_view text);
 
 }  // namespace quen::driver

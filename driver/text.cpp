@@ -1,5 +1,6 @@
 #include "driver/text.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -14,7 +15,7 @@ struct Character {
   char32_t codePoint = 0;
 };
 
-// The character that the bytes, of which there is at least one, begin with.
+// Decodes the first character; `bytes` is not empty.
 Character firstCharacter(std::string_view bytes) {
   constexpr std::array<char32_t, 5> kSmallest = {0, 0, 0x80, 0x800, 0x10000};
   const auto lead = static_cast<unsigned char>(bytes[0]);
@@ -34,7 +35,7 @@ Character firstCharacter(std::string_view bytes) {
   return {length, codePoint};
 }
 
-// Control characters, line and paragraph separators, and what turns the direction of writing.
+// Control characters, line and paragraph separators, and bidirectional formatting characters.
 bool isPrintable(char32_t codePoint) {
   if (codePoint < 0x20 || (codePoint >= 0x7F && codePoint <= 0x9F)) return false;
   const bool turns = codePoint == 0x61C || codePoint == 0x200E || codePoint == 0x200F ||
@@ -82,6 +83,26 @@ bool isUtf8(std::string_view bytes) {
 std::string escaped(std::string_view bytes) { return escapedBut(bytes, false); }
 
 std::string inQuotes(std::string_view bytes) { return '"' + escapedBut(bytes, true) + '"'; }
+
+std::string escapedForJson(const std::string& json) {
+  const auto isPlain = [](char each) { return each >= ' ' && each < '\x7f'; };
+  if (std::ranges::all_of(json, isPlain)) return json;
+
+  std::string text;
+  for (std::string_view rest = json; !rest.empty();) {
+    const Character first = firstCharacter(rest);
+    const std::size_t length = first.length == 0 ? 1 : first.length;
+    if (isPrintable(first.codePoint)) {
+      text += rest.substr(0, length);
+    } else {  // all of these have four digits
+      const std::array bytes = {static_cast<char>(first.codePoint >> 8),
+                                static_cast<char>(first.codePoint & 0xFFu)};
+      text += "\\u" + hexOf({bytes.data(), bytes.size()});
+    }
+    rest.remove_prefix(length);
+  }
+  return text;
+}
 
 std::string hexOf(std::string_view bytes) {
   std::string digits;

@@ -1,4 +1,4 @@
-// Bytes as a person may see them: whatever they are, nothing in them reaches a terminal raw.
+// Escapes arbitrary bytes for display, so that no control sequence reaches a terminal.
 #pragma once
 
 #include <cstdint>
@@ -10,17 +10,20 @@ namespace quen::driver {
 
 bool isUtf8(std::string_view bytes);
 
-// The bytes with everything that is no printable UTF-8 text as C-style escapes: control characters,
-// those that turn the direction of writing, and single bytes of what is not UTF-8.
+// Replaces everything except printable UTF-8 by C-style escapes: control characters, bidirectional
+// formatting characters and the bytes of invalid sequences.
 std::string escaped(std::string_view bytes);
 
-// The same between double quotes; quotes and backslashes within are escaped too.
+// The same in double quotes; quotes and backslashes are escaped too.
 std::string inQuotes(std::string_view bytes);
+
+// Replaces characters that are not printable in a JSON text, which is UTF-8, by JSON escapes.
+std::string escapedForJson(const std::string& json);
 
 // Two lower-case digits for each byte.
 std::string hexOf(std::string_view bytes);
 
-// The bytes that hexadecimal digits stand for; none when there is an odd digit or no digit.
+// Decodes hexadecimal digits; none if their number is odd or a character is not a digit.
 std::optional<std::string> bytesOfHex(std::string_view digits);
 
 }  // namespace quen::driver

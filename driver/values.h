@@ -1,4 +1,4 @@
-// What goes into an entry point and what comes out of it.
+// Arguments and results of entry points.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,7 @@
 
 namespace quen::driver {
 
-// Something that was asked for in a way that cannot be done; its words are for the person who
-// asked.
+// A usage error, with a message for the user.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -18,13 +17,13 @@ class UsageError : public std::runtime_error {
 
 struct Nothing {};
 
-// A result, by the type of the entry point; objects as the module has them.
+// A result, by the return type of the entry point. Objects are the runtime's pointers.
 using Value = std::variant<Nothing, bool, std::int64_t, void*>;
 
-// An argument. A text (none is the null pointer) may stand in an object's place as well.
+// An argument. A text (nullopt: the null pointer) can also be passed as an object.
 using Argument = std::variant<std::int64_t, void*, std::optional<std::string>>;
 
-// The argument as an entry point takes it, valid as long as the argument stays where it is.
+// Converts the argument to a parameter type; the result points into the argument.
 template <typename T>
 T passed(const Argument& argument) {
   if constexpr (std::is_pointer_v<T>) {

@@ -1,21 +1,27 @@
 #include "driver/walk.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <condition_variable>
 #include <cstddef>
 #include <exception>
 #include <filesystem>
 #include <future>
-#include <iterator>
+#include <limits>
+#include <list>
 #include <mutex>
 #include <optional>
 #include <stop_token>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "driver/reasons.h"
 #include "quen/io/entry_points.h"
 #include "runtime/small/host.h"
 
@@ -31,10 +37,10 @@ constexpr std::string_view kFault = "File is not valid UTF-8 at byte ";
 // An entry that is still to be visited, with its kind if the listing recorded it.
 struct Pending {
   std::string path;
-  std::optional<QuenPathEntryKind> recorded;
+  std::optional<QuenPathEntryKind> recorded = std::nullopt;
 };
 
-// As the listing spells it, since the record of kinds goes by that.
+// Spelled as by the listing, because the runtime's record of kinds is keyed by path text.
 std::string fullPath(const std::string& root, const std::string& path) {
   if (path == kRoot) return root;
   return root.ends_with('/') ? root + path : root + '/' + path;
@@ -45,7 +51,7 @@ bool isRecordedOr(std::optional<QuenPathEntryKind> recorded, QuenPathEntryKind k
   return recorded ? *recorded == kind : ask(path);
 }
 
-// A record tells what a link leads to, so links come first.
+// A recorded kind is that of a link's target, so links are detected first.
 Kind kindOf(const std::string& full, const Pending& entry) {
   void* path = small::newPath(full);
   if (entry.path != kRoot && quen_io_Path__isSymlink(path)) return Kind::kLink;
@@ -56,9 +62,51 @@ Kind kindOf(const std::string& full, const Pending& entry) {
   return quen_io_Path__exists(path) ? Kind::kOther : Kind::kMissing;
 }
 
-void readText(const std::string& full, Entry& entry) {
+// ": " and the message of an errno.
+std::string because(int error) { return ": " + std::generic_category().message(error); }
+
+// The time of an entry from stat(2): Path.lastModified can be a millisecond too early, so that two
+// indexes of one tree would differ.
+struct Status {
+  std::int64_t modifiedMs = 0;
+  int error = 0;
+};
+
+// Truncated toward zero, like Path.lastModified.
+std::int64_t millisecondsOf(const timespec& time) {
+  constexpr std::int64_t kNanosecondsInOne = 1'000'000;
+  const bool isCutUp = time.tv_sec < 0 && time.tv_nsec % kNanosecondsInOne != 0;
+  return std::int64_t{time.tv_sec} * 1000 + time.tv_nsec / kNanosecondsInOne + (isCutUp ? 1 : 0);
+}
+
+// Only the root is followed if it is a link.
+Status statusOf(const std::string& full, bool isRoot) {
+  struct stat status = {};
+  const int failed = isRoot ? stat(full.c_str(), &status) : lstat(full.c_str(), &status);
+  if (failed != 0) return {.error = errno};
+  return {.modifiedMs = millisecondsOf(status.st_mtim)};
+}
+
+// The whole-file reader would not return for an endless file, so the prefix reader is called with
+// the size as limit. It drops an incomplete sequence at the end, so only if its text is shorter
+// than the size is the whole-file reader called too.
+std::optional<small::Exception> whatReadingRaises(const std::string& full, std::int64_t size) {
+  constexpr std::int64_t kLongestCharacter = 4;
+  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max() - kLongestCharacter;
+  void* text =
+      quen_io_FileReader__readPrefixPath(full.c_str(), std::min(size, kMost) + kLongestCharacter);
+  auto raised = small::takeException();
+  if (raised || std::cmp_greater_equal(small::stringLength(text), size)) return raised;
   quen_io_FileReader__readAllTextPath(full.c_str());
-  const std::optional<small::Exception> raised = small::takeException();
+  return small::takeException();
+}
+
+void readText(const std::string& full, Entry& entry) {
+  if (entry.size == 0) {
+    entry.text = Text::kUtf8;
+    return;
+  }
+  const std::optional<small::Exception> raised = whatReadingRaises(full, entry.size);
   if (!raised) {
     entry.text = Text::kUtf8;
   } else if (raised->message.starts_with(kFault)) {
@@ -67,25 +115,28 @@ void readText(const std::string& full, Entry& entry) {
     const char* end = entry.fault.data() + entry.fault.size();
     std::from_chars(entry.fault.data() + kFault.size(), end, entry.faultByte);
   } else {
-    entry.error = raised->message;
+    entry.error = raised->message + readingReason(full);
   }
 }
 
-// A folder that may not be opened is listed as an empty one; to the reader it cannot be opened.
+// A folder without read permission lists as empty (skip_permission_denied), but a reader fails to
+// open it.
 void checkThatFolderOpens(const std::string& full, Entry& entry) {
   quen_io_FileReader__readAllTextPath(full.c_str());
-  if (const auto raised = small::takeException()) entry.error = raised->message;
+  if (const auto raised = small::takeException()) {
+    entry.error = raised->message + readingReason(full);
+  }
 }
 
 std::vector<Pending> listFolder(const std::string& full, Entry& entry) {
   std::vector<std::string> names =
       small::listStrings(quen_io_FolderPath__listNamesNative(full.c_str()));
   if (const auto raised = small::takeException()) {
-    entry.error = raised->message;
+    entry.error = raised->message + readingReason(full);
   } else if (names.empty()) {
     checkThatFolderOpens(full, entry);
   }
-  std::ranges::sort(names);  // a char_traits<char> comparison goes by unsigned bytes
+  std::ranges::sort(names);  // std::char_traits<char> compares unsigned bytes
 
   std::vector<Pending> contents;
   for (const std::string& name : names) {
@@ -95,22 +146,33 @@ std::vector<Pending> listFolder(const std::string& full, Entry& entry) {
   return contents;
 }
 
-// What is in the folder, when it is one.
+void readTarget(const std::string& full, Entry& entry) {
+  std::error_code error;
+  entry.target = fs::read_symlink(full, error);
+  if (error) entry.error = "Cannot read link: " + error.message();
+}
+
+// Fills in the entry, and returns the contents if it is a folder.
 std::vector<Pending> inspect(const Walk& plan, const Pending& pending, Entry& entry) {
   const std::string full = fullPath(plan.root, pending.path);
   entry.kind = kindOf(full, pending);
-  if (entry.kind == Kind::kLink) return {};
+  if (entry.kind == Kind::kLink) {
+    readTarget(full, entry);
+    return {};
+  }
+  const Status status = statusOf(full, pending.path == kRoot);
   if (entry.kind == Kind::kMissing) {
-    entry.error = "Cannot access";
+    entry.error = "Cannot access" + (status.error == 0 ? "" : because(status.error));
     return {};
   }
   entry.size = quen_io_FileInputStream__sizePath(full.c_str());
-  entry.modifiedMs = quen_io_Path__lastModified(small::newPath(full));
+  entry.modifiedMs = status.modifiedMs;
   if (entry.kind == Kind::kFile && entry.size <= plan.maxTextBytes) readText(full, entry);
-  return entry.kind == Kind::kFolder ? listFolder(full, entry) : std::vector<Pending>();
+  if (entry.kind != Kind::kFolder) return {};
+  return listFolder(full, entry);
 }
 
-// An entry that is ready to be visited, and then what is in it, which comes in parts.
+// An inspected entry, and futures of its contents, in chunks of at most kPart entries.
 struct Found;
 using Part = std::vector<Found>;
 struct Found {
@@ -118,8 +180,8 @@ struct Found {
   std::vector<std::future<Part>> contents;
 };
 
-// Inspects ahead of the visit on threads of its own, what is to be visited first before the rest.
-// Nothing waits in there for anything else.
+// A prefetching thread pool: inspects entries ahead of the visit, in the order of the visit. No
+// task waits for another one.
 class Inspectors {
  public:
   explicit Inspectors(const Walk& plan) : plan_(plan) {
@@ -129,19 +191,7 @@ class Inspectors {
     }
   }
 
-  // A scope for each entry gives back what was read before the next.
-  Found inspected(const Pending& pending) {
-    const small::Scope scope;
-    Found found;
-    found.entry.path = pending.path;
-    try {
-      found.contents = begin(inspect(plan_, pending, found.entry));
-    } catch (const std::exception& failure) {  // more than memory holds
-      small::takeException();
-      found.entry.error = failure.what();
-    }
-    return found;
-  }
+  Found inspectedRoot(const std::string& path) { return inspected({.path = path}, tasks_.end()); }
 
  private:
   static constexpr unsigned kMostThreads = 8;
@@ -149,64 +199,90 @@ class Inspectors {
 
   using Task = std::packaged_task<Part()>;
 
-  std::vector<std::future<Part>> begin(std::vector<Pending> contents) {
+  // The tasks in the order of the visit. A running task leaves an empty one in its place, before
+  // which the tasks for its contents are inserted.
+  using Tasks = std::list<Task>;
+
+  // The scope releases the objects of each entry before the next one is inspected.
+  Found inspected(const Pending& pending, Tasks::iterator place) {
+    const small::Scope scope;
+    Found found;
+    found.entry.path = pending.path;
+    try {
+      found.contents = begin(inspect(plan_, pending, found.entry), place);
+    } catch (const std::exception& failure) {  // std::length_error or std::bad_alloc
+      small::takeException();
+      found.entry.error = failure.what();
+    }
+    return found;
+  }
+
+  std::vector<std::future<Part>> begin(std::vector<Pending> contents, Tasks::iterator place) {
     std::vector<std::future<Part>> parts;
-    std::vector<Task> tasks;
+    Tasks tasks;
     for (std::size_t at = 0; at < contents.size(); at += kPart) {
       const auto first = contents.begin() + static_cast<std::ptrdiff_t>(at);
       const auto last = first + std::min<std::ptrdiff_t>(kPart, contents.end() - first);
-      tasks.emplace_back(
-          [this, pending = std::vector(std::move_iterator(first), std::move_iterator(last))] {
+      const auto task = tasks.emplace(tasks.end());
+      *task = Task(
+          [this, task, pending = std::vector(std::move_iterator(first), std::move_iterator(last))] {
             Part part;
-            for (const Pending& each : pending) part.push_back(inspected(each));
+            for (const Pending& each : pending) part.push_back(inspected(each, task));
             return part;
           });
-      parts.push_back(tasks.back().get_future());
+      parts.push_back(task->get_future());
     }
+    if (tasks.empty()) return parts;
     {
       const std::lock_guard lock(mutex_);
-      std::ranges::move(tasks.rbegin(), tasks.rend(), std::back_inserter(tasks_));
+      waiting_ += tasks.size();
+      tasks_.splice(place, tasks);
     }
     wake_.notify_all();
     return parts;
   }
 
-  // What has not begun when the threads are to stop is left undone.
+  // Tasks that have not started when a stop is requested are abandoned.
   void work(const std::stop_token& stop) {
+    std::unique_lock lock(mutex_);
     while (true) {
-      std::unique_lock lock(mutex_);
-      wake_.wait(lock, stop, [this] { return !tasks_.empty(); });
+      wake_.wait(lock, stop, [this] { return waiting_ > 0; });
       if (stop.stop_requested()) return;
-      Task task = std::move(tasks_.back());
-      tasks_.pop_back();
+      const auto next = std::ranges::find_if(tasks_, &Task::valid);
+      Task task = std::move(*next);
+      --waiting_;
       lock.unlock();
       task();
+      lock.lock();
+      tasks_.erase(next);
     }
   }
 
   const Walk& plan_;
   std::mutex mutex_;
   std::condition_variable_any wake_;
-  std::vector<Task> tasks_;            // the last one is next
+  Tasks tasks_;
+  std::size_t waiting_ = 0;            // tasks that have not started
   std::vector<std::jthread> threads_;  // destroyed first, which stops and joins them
 };
 
-// Recursion goes no deeper than a path can be long.
-bool visitAll(const Walk& plan, std::vector<std::future<Part>>& parts) {
+// The depth of the recursion is bounded by the longest path (PATH_MAX).
+void visitAll(const Walk& plan, std::vector<std::future<Part>>& parts) {
   for (std::future<Part>& part : parts) {
     for (Found& found : part.get()) {
-      if (!plan.visit(found.entry) || !visitAll(plan, found.contents)) return false;
+      plan.visit(found.entry);
+      visitAll(plan, found.contents);
     }
   }
-  return true;
 }
 
 }  // namespace
 
 void walk(const Walk& plan) {
   Inspectors inspectors(plan);
-  Found root = inspectors.inspected({std::string(kRoot), std::nullopt});
-  if (plan.visit(root.entry)) visitAll(plan, root.contents);
+  Found root = inspectors.inspectedRoot(std::string(kRoot));
+  plan.visit(root.entry);
+  visitAll(plan, root.contents);
 }
 
 }  // namespace quen::driver

@@ -1,4 +1,4 @@
-"""A folder tree of everything that may go wrong with names, contents, kinds and times."""
+"""Creates a folder tree with unusual names, contents, kinds of entries and times."""
 
 import os
 import socket
@@ -12,7 +12,7 @@ HOSTILE_NAMES = [
     b"not \xff utf-8",
     b"cut \xe2\x82",
     "schöne Größe \U0001f600".encode(),
-    b'quotes "\'',
+    b"quotes \"'",
     b"back\\slash",
     b"-dash",
     b" space ",
@@ -45,13 +45,23 @@ CONTENTS = {
     b"late": b"x" * 70_000 + b"\xff",
 }
 
-# In nanoseconds since 1970.
-TIMES = [0, 1, 999_999, 1_000_000, 1_234_567_890_123_456_789, 4_000_000_000_000_000_000, -1,
-         -1_500_000, -2_000_000_000_000_000]
+# Nanoseconds since the epoch.
+TIMES = [
+    0,
+    1,
+    999_999,
+    1_000_000,
+    1_234_567_890_123_456_789,
+    4_000_000_000_000_000_000,
+    -1,
+    -1_500_000,
+    -2_000_000_000_000_000,
+]
 
 
 def build(root):
-    """Builds the tree in a folder that exists, given as bytes."""
+    """Creates the tree in an existing folder, whose path is bytes."""
+
     def put(name, contents=b"contents\n"):
         path = os.path.join(root, name)
         os.makedirs(os.path.dirname(path), exist_ok=True)
@@ -67,7 +77,7 @@ def build(root):
     for number, time in enumerate(TIMES):
         path = put(b"times/%d" % number)
         os.utime(path, ns=(time, time))
-    for name in [b"a", b"a.b", b"a/b", b"a-b", b"b", b"B", b"\xc3\xa4"]:  # siblings near a folder
+    for name in [b"a", b"a.b", b"a/b", b"a-b", b"b", b"B", b"\xc3\xa4"]:  # sort close together
         put(b"order/" + name + (b"" if b"/" in name else b".txt"))
 
     os.makedirs(os.path.join(root, b"empty folder"))
@@ -75,14 +85,19 @@ def build(root):
 
     links = os.path.join(root, b"links")
     os.mkdir(links)
-    for name, target in {b"to file": b"../contents/text", b"to folder": b"../contents",
-                         b"broken": b"nowhere", b"itself": b"itself", b"up": b"..",
-                         b"bad \xff": b"\xff"}.items():
+    for name, target in {
+        b"to file": b"../contents/text",
+        b"to folder": b"../contents",
+        b"broken": b"nowhere",
+        b"itself": b"itself",
+        b"up": b"..",
+        b"bad \xff": b"\xff",
+    }.items():
         os.symlink(target, os.path.join(links, name))
 
     os.mkdir(os.path.join(root, b"others"))
     os.mkfifo(os.path.join(root, b"others/fifo"))
-    here = os.getcwd()  # the address of a socket is short
+    here = os.getcwd()  # a socket address holds a path of at most 107 bytes (unix(7))
     os.chdir(os.path.join(root, b"others"))
     try:
         with socket.socket(socket.AF_UNIX) as listener:

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""An index agrees, entry for entry, with a walk of the same tree that is written here anew.
+"""An index agrees, entry by entry, with an independent walk of the same tree.
 
     QUEN_IO_DRIVER=.../quen-io index_agreement_test.py [FOLDER...]
 
@@ -21,7 +21,7 @@ DRIVER = os.environ.get("QUEN_IO_DRIVER", "quen-io")
 
 
 def entries(root):
-    """What is in the tree, in the order and the words of an index, but for the exact time."""
+    """The entries of the tree in the order and format of an index; path and target are bytes."""
     pending = [b"."]
     while pending:
         path = pending.pop()
@@ -36,14 +36,14 @@ def entry_of(full, path):
     entry, names = {"path": path}, []
     status = os.stat(full) if path == b"." else os.lstat(full)
     if stat.S_ISLNK(status.st_mode):
-        return entry | {"kind": "link"}, names
+        return entry | {"kind": "link", "target": os.readlink(full)}, names
     entry |= {"size": 0, "modified_ms": milliseconds(status.st_mtime_ns)}
     if stat.S_ISDIR(status.st_mode):
         entry["kind"] = "folder"
         try:
             names = os.listdir(full)
         except PermissionError:
-            entry["error"] = "Cannot open file"
+            entry["error"] = "Cannot open file: Permission denied"
     elif stat.S_ISREG(status.st_mode):
         entry |= {"kind": "file", "size": status.st_size} | text_of(full, status.st_size)
     else:
@@ -52,29 +52,34 @@ def entry_of(full, path):
 
 
 def milliseconds(nanoseconds):
-    """Cut off towards 1970."""
+    """Truncates toward zero."""
     return nanoseconds // 1_000_000 if nanoseconds >= 0 else -(-nanoseconds // 1_000_000)
 
 
 def text_of(full, size):
     if size > MAX_TEXT_BYTES:
         return {"text": "not read"}
+    if size == 0:
+        return {"text": "utf-8"}
     try:
         with open(full, "rb") as file:
             contents = file.read()
     except PermissionError:
-        return {"text": "not read", "error": "Cannot open file"}
+        return {"text": "not read", "error": "Cannot open file: Permission denied"}
     try:
         contents.decode()
         return {"text": "utf-8"}
     except UnicodeDecodeError as error:
         offset = fault_offset(contents, error.start)
-        return {"text": "not utf-8", "fault": f"File is not valid UTF-8 at byte {offset}",
-                "fault_byte": offset}
+        return {
+            "text": "not utf-8",
+            "fault": f"File is not valid UTF-8 at byte {offset}",
+            "fault_byte": offset,
+        }
 
 
 def fault_offset(contents, lead):
-    """The byte that is at fault in the sequence that begins with this lead.
+    """The offset of the faulty byte in the sequence that begins with this lead byte.
 
     A byte that should continue the sequence and does not is at fault itself; for everything else,
     and a sequence that the end of the file cuts off comes first, it is the lead.
@@ -89,24 +94,27 @@ def fault_offset(contents, lead):
     return lead
 
 
-MAX_TEXT_BYTES = 1 << 20  # so that larger files are met in real folders too
+MAX_TEXT_BYTES = 1 << 20  # small enough that real folders contain larger files
 
 
 def indexed(root, output):
-    """The header and the entries of an index that is made now, with paths as bytes."""
-    result = subprocess.run([DRIVER, "index", root, "--output", output, "--max-text-bytes",
-                             str(MAX_TEXT_BYTES)], capture_output=True)
+    """Creates an index and returns its header and entries, with paths as bytes."""
+    result = subprocess.run(
+        [DRIVER, "index", root, "--output", output, "--max-text-bytes", str(MAX_TEXT_BYTES)],
+        capture_output=True,
+    )
     if result.returncode not in (0, 1) or result.stderr:
         sys.exit(f"quen-io index: {result.returncode}, {result.stderr.decode(errors='replace')}")
     with open(output, "rb") as file:
         header, *entries = [json.loads(line) for line in file]
     for entry in entries:
-        text = entry["path"]
-        hexadecimal = entry.pop("path_hex", None)
-        entry["path"] = text.encode() if hexadecimal is None else bytes.fromhex(hexadecimal)
-        if entry["path"].decode(errors="replace") != text or is_utf8(entry["path"]) == (
-                hexadecimal is not None):
-            sys.exit(f"path and path_hex do not belong together: {entry}")
+        for key in {"path", "target"} & set(entry):
+            text, hexadecimal = entry[key], entry.pop(f"{key}_hex", None)
+            entry[key] = text.encode() if hexadecimal is None else bytes.fromhex(hexadecimal)
+            if entry[key].decode(errors="replace") != text or is_utf8(entry[key]) == (
+                hexadecimal is not None
+            ):
+                sys.exit(f"{key} and {key}_hex do not belong together: {entry}")
     if any("error" in entry for entry in entries) != (result.returncode == 1):
         sys.exit(f"exit status {result.returncode} does not tell whether all could be read")
     return header, entries
@@ -120,36 +128,17 @@ def is_utf8(data):
         return False
 
 
-def agree(root, expected, actual):
-    """A time may be short by the moment between two readings of the clock, never ahead.
-
-    That moment is long when the process is put to sleep in it, so a second answer decides then.
-    """
-    if "modified_ms" in expected and "modified_ms" in actual:
-        short = expected["modified_ms"] - actual["modified_ms"]
-        if short > 1:
-            short = expected["modified_ms"] - ask_for_time(root, actual["path"])
-        if short not in (0, 1):
-            return False
-        actual = actual | {"modified_ms": expected["modified_ms"]}
-    return expected == actual
-
-
-def ask_for_time(root, path):
-    full = b"path:" + (root if path == b"." else os.path.join(root, path))
-    return int(subprocess.run([DRIVER, "call", "get.lastModified", full], capture_output=True,
-                              check=True).stdout)
-
-
 def differences(root, output):
-    """How many entries were compared, and the pairs that differ."""
+    """Returns the number of compared entries and the differing pairs."""
     header, actual = indexed(root, output)
     expected = list(entries(root))
     if (header["entries"], len(actual)) != (len(expected), len(expected)):
         by_path = [{entry["path"] for entry in each} for each in (expected, actual)]
-        sys.exit(f"{header['entries']} announced, {len(actual)} there, {len(expected)} expected; "
-                 f"on one side only: {sorted(by_path[0] ^ by_path[1])[:10]}")
-    return len(expected), [pair for pair in zip(expected, actual) if not agree(root, *pair)]
+        sys.exit(
+            f"{header['entries']} announced, {len(actual)} there, {len(expected)} expected; "
+            f"on one side only: {sorted(by_path[0] ^ by_path[1])[:10]}"
+        )
+    return len(expected), [pair for pair in zip(expected, actual) if pair[0] != pair[1]]
 
 
 def main(folders):

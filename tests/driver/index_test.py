@@ -1,29 +1,43 @@
-"""quen-io index: what is published, what is said, and what goes wrong without stopping it."""
+"""quen-io index: the published index, the messages, and errors of single entries."""
 
 import json
 import os
 import re
 import resource
-import signal
+import shutil
 import subprocess
-import time
 import unittest
 
 import hostile_tree
-from support import DRIVER, ERASE_LINE, DriverTest, Terminal, is_sanitized, run, run_unprivileged
+from support import (
+    DRIVER,
+    ERASE_LINE,
+    DriverTest,
+    Terminal,
+    is_sanitized,
+    on_a_terminal,
+    run,
+    run_unprivileged,
+)
 
 
 class IndexTest(DriverTest):
     def setUp(self):
         super().setUp()
-        self.tree = self.scratch / "tree"
-        self.tree.mkdir()
+        self.tree = self.new_folder("tree")
         self.output = self.scratch / "index.jsonl"
 
     def index(self, *arguments, status=0):
         result = run("index", self.tree, "--output", self.output, *arguments)
         self.assertEqual((result.stderr.decode(), result.returncode), ("", status))
         return self.published(), result.stdout.decode()
+
+    def assert_entries(self, entries, expected):
+        """Compares the entries without their times."""
+        self.assertEqual(
+            [{key: value for key, value in entry.items() if key != "modified_ms"} for entry in entries],
+            expected,
+        )
 
     def published(self):
         return [json.loads(line) for line in self.output.read_bytes().splitlines()]
@@ -34,8 +48,10 @@ class IndexTest(DriverTest):
 
 def summary(output):
     """The numbers of the summary by their labels."""
-    return {label: int(number) for label, number in
-            re.findall(r"^ *([A-Za-z][A-Za-z0-9 -]*?) {2,}(\d+)(?: .*)?$", output, re.M)}
+    return {
+        label: int(number)
+        for label, number in re.findall(r"^ *([A-Za-z][A-Za-z0-9 -]*?) {2,}(\d+)(?: .*)?$", output, re.M)
+    }
 
 
 class Contents(IndexTest):
@@ -47,39 +63,72 @@ class Contents(IndexTest):
 
         (header, *entries), _ = self.index("--max-text-bytes", "3")
 
-        self.assertEqual(header, {"format": "quen-io-index", "version": 1, "root": str(self.tree),
-                                  "entries": 6, "max_text_bytes": 3})
+        self.assertEqual(
+            header,
+            {
+                "format": "quen-io-index",
+                "version": 1,
+                "root": str(self.tree),
+                "entries": 6,
+                "max_text_bytes": 3,
+            },
+        )
         for entry in entries:
             self.assertEqual("modified_ms" in entry, entry["kind"] != "link")
-            entry.pop("modified_ms", None)
-        self.assertEqual(entries, [
-            {"path": ".", "kind": "folder", "size": 0},
-            {"path": "a", "kind": "file", "size": 3, "text": "not utf-8",
-             "fault": "File is not valid UTF-8 at byte 2", "fault_byte": 2},
-            {"path": "b", "kind": "folder", "size": 0},
-            {"path": "b/c.txt", "kind": "file", "size": 4, "text": "not read"},
-            {"path": "link", "kind": "link"},
-            {"path": "pipe", "kind": "other", "size": 0},
-        ])
+        self.assert_entries(
+            entries,
+            [
+                {"path": ".", "kind": "folder", "size": 0},
+                {
+                    "path": "a",
+                    "kind": "file",
+                    "size": 3,
+                    "text": "not utf-8",
+                    "fault": "File is not valid UTF-8 at byte 2",
+                    "fault_byte": 2,
+                },
+                {"path": "b", "kind": "folder", "size": 0},
+                {"path": "b/c.txt", "kind": "file", "size": 4, "text": "not read"},
+                {"path": "link", "kind": "link", "target": "nowhere"},
+                {"path": "pipe", "kind": "other", "size": 0},
+            ],
+        )
 
-    def test_is_the_same_again_for_an_unchanged_tree(self):
-        self.file("tree/a/b", b"text")
-        first, _ = self.index()
-        second, _ = self.index()
+    def test_is_the_same_bytes_again_for_an_unchanged_tree(self):
+        for number in range(300):
+            # Whole milliseconds: Path.lastModified is off by one for some of them, depending on timing.
+            os.utime(self.file(f"tree/{number // 50}/{number}", b"text"), ns=(0, number * 10**6))
+        self.index()
+        first = self.output.read_bytes()
 
-        for entry in [*first, *second]:
-            entry.pop("modified_ms", None)  # may be short by the moment between two clock readings
-        self.assertEqual(second, first)
+        for _ in range(5):
+            self.index()
+            self.assertEqual(self.output.read_bytes(), first)
+
+    def test_has_the_times_of_the_system(self):
+        times = [0, 1, 999_999, 1_000_000, 1_234_567_890_123_456_789, -1, -1_500_000, -(10**15)]
+        for number, time_ in enumerate(times):
+            os.utime(self.file(f"tree/{number}"), ns=(0, time_))
+
+        (_, _, *entries), _ = self.index()
+
+        self.assertEqual(
+            [entry["modified_ms"] for entry in entries],
+            [int(abs(time_) // 10**6 * (1 if time_ >= 0 else -1)) for time_ in times],
+        )
 
     def test_names_are_kept_without_loss(self):
         hostile_tree.build(os.fsencode(self.tree))
 
         (_, *entries), _ = self.index()
 
-        self.assertTrue(self.output.read_bytes().replace(b"\n", b"").isascii())
-        self.assertNotIn(b"\x1b", self.output.read_bytes())
-        names = {bytes.fromhex(entry["path_hex"]) if "path_hex" in entry
-                 else entry["path"].encode() for entry in entries}
+        shown = self.output.read_bytes().decode()
+        self.assertNotRegex(shown, "[\x00-\x09\x0b-\x1f\x7f-\x9f\u202e]")
+        self.assertIn("schöne Größe \U0001f600", shown)
+        names = {
+            bytes.fromhex(entry["path_hex"]) if "path_hex" in entry else entry["path"].encode()
+            for entry in entries
+        }
         for name in hostile_tree.HOSTILE_NAMES:
             self.assertIn(b"names/" + name, names)
         by_text = {entry["path"]: entry for entry in entries}
@@ -107,6 +156,15 @@ class Contents(IndexTest):
                 self.assertEqual([entry["path"] for entry in entries], [".", "a", "a/b"])
                 self.assertEqual([entry["kind"] for entry in entries], ["folder", "folder", "file"])
 
+    def test_targets_of_links_are_kept_without_loss(self):
+        for number, target in enumerate([b"../x", "Grüße".encode(), b"bad \xff", b"new\nline"]):
+            os.symlink(target, self.tree / str(number))
+
+        (_, _, *links), _ = self.index()
+
+        self.assertEqual([link["target"] for link in links], ["../x", "Grüße", "bad \ufffd", "new\nline"])
+        self.assertEqual([link.get("target_hex") for link in links], [None, None, b"bad \xff".hex(), None])
+
     def test_goes_to_the_current_directory_by_default(self):
         result = run("index", "tree", cwd=self.scratch)
 
@@ -119,12 +177,109 @@ class Contents(IndexTest):
         self.index()
         self.assertEqual(self.published()[0]["entries"], 1)
 
+    def test_goes_to_standard_output_and_the_summary_to_standard_error(self):
+        self.file("tree/a", b"text")
+        self.index()
+
+        result = run("index", self.tree, "-o", "-")
+
+        self.assertEqual(result.stdout, self.output.read_bytes())
+        self.assertEqual(summary(result.stderr.decode())["entries"], 2)
+        self.assertEqual(result.returncode, 0)
+
+    def test_says_nothing_when_it_is_to_be_quiet(self):
+        for output, stdout in (self.output, b""), ("-", None):
+            with Terminal(
+                "index",
+                self.tree,
+                "-o",
+                output,
+                "--quiet",
+                streams={"stdout": subprocess.PIPE},
+                env=on_a_terminal(),
+            ) as terminal:
+                self.assertEqual(terminal.finish(), 0)
+                printed = terminal.process.stdout.read()
+                terminal.process.stdout.close()
+            self.assertEqual(terminal.shown, b"")
+            self.assertEqual(printed, self.output.read_bytes() if stdout is None else stdout)
+
     def test_sizes_at_the_bound_are_read(self):
         for size in (9, 10, 11):
             self.file(f"tree/{size}", b"x" * size)
         (_, _, *entries), _ = self.index("--max-text-bytes", "10")
-        self.assertEqual({entry["path"]: entry["text"] for entry in entries},
-                         {"9": "utf-8", "10": "utf-8", "11": "not read"})
+        self.assertEqual(
+            {entry["path"]: entry["text"] for entry in entries},
+            {"9": "utf-8", "10": "utf-8", "11": "not read"},
+        )
+
+
+def traced(log, calls, *options):
+    return ["strace", "-f", "-qq", "-o", log, "-e", f"trace={calls}", *options]
+
+
+def without_leak_check():
+    """LeakSanitizer does not work under strace (ptrace)."""
+    return {**os.environ, "ASAN_OPTIONS": "detect_leaks=0"}
+
+
+class Endless(IndexTest):
+    """Files of size 0 in /proc, which may be endless or block."""
+
+    @unittest.skipUnless(shutil.which("strace"), "no strace here")
+    def test_a_file_that_claims_no_bytes_is_not_opened(self):
+        empty = self.file("tree/empty")
+        trace = self.scratch / "trace"
+        result = subprocess.run(
+            [*traced(trace, "open,openat"), DRIVER, "index", self.tree, "-o", self.output],
+            capture_output=True,
+            env=without_leak_check(),
+        )
+
+        self.assertEqual((result.stderr, result.returncode), (b"", 0))
+        self.assertIn(f'"{self.tree}"', trace.read_text())
+        self.assertNotIn(str(empty), trace.read_text())
+
+    @unittest.skipIf(is_sanitized(), "a sanitizer takes memory of its own")
+    def test_a_file_that_gives_more_than_it_claims_is_read_in_bounded_memory(self):
+        lying = self.file("tree/lying", b"0123456789")
+        bound = 512 << 20
+        result = subprocess.run(
+            [DRIVER, "index", self.tree, "-o", self.output],
+            capture_output=True,
+            timeout=300,
+            env={
+                **os.environ,
+                "LD_PRELOAD": os.environ["QUEN_IO_BLOCKING_CALLS"],
+                "QUEN_IO_ENDLESS": str(lying),
+            },
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (bound, bound)),
+        )
+
+        self.assertEqual((result.stderr, result.returncode), (b"", 0))
+        entry = self.published()[-1]
+        self.assertEqual((entry["size"], entry["text"]), (10, "utf-8"))
+
+
+class Order(IndexTest):
+    @unittest.skipUnless(shutil.which("strace"), "no strace here")
+    def test_folders_are_read_in_the_order_of_the_index(self):
+        names = [f"{number:02}/file" for number in range(40)]
+        for name in names:
+            self.file(f"tree/{name}", b"x")
+        trace = self.scratch / "trace"
+        subprocess.run(
+            [*traced(trace, "open,openat"), DRIVER, "index", self.tree, "-o", self.output],
+            check=True,
+            capture_output=True,
+            env=without_leak_check(),
+        )
+
+        opened = re.findall(r"tree/(\d\d/file)", trace.read_text())
+        self.assertEqual(sorted(opened), names)
+        # Each of at most eight threads may still be reading one file.
+        far = [name for place, name in enumerate(opened) if abs(place - names.index(name)) > 8]
+        self.assertLessEqual(len(far), 8)
 
 
 class Summary(IndexTest):
@@ -137,9 +292,22 @@ class Summary(IndexTest):
 
         _, output = self.index("--max-text-bytes", "50")
 
-        self.assertEqual(summary(output), {
-            "entries": 7, "files": 3, "folders": 2, "links": 1, "other": 1, "missing": 0,
-            "bytes": 105, "valid UTF-8": 1, "not UTF-8": 1, "not read": 1, "unreadable": 0})
+        self.assertEqual(
+            summary(output),
+            {
+                "entries": 7,
+                "files": 3,
+                "folders": 2,
+                "links": 1,
+                "other": 1,
+                "missing": 0,
+                "bytes": 105,
+                "valid UTF-8": 1,
+                "not UTF-8": 1,
+                "not read": 1,
+                "unreadable": 0,
+            },
+        )
         self.assertRegex(output, r"(?m)^elapsed +\d+\.\d\d s$")
         self.assertTrue(output.endswith(f'index in "{self.output}"\n'))
 
@@ -150,22 +318,30 @@ class Summary(IndexTest):
         self.assertNotIn(b"\x1b", result.stdout)
 
     def test_a_terminal_sees_progress_and_no_trace_of_it_in_the_end(self):
-        with Terminal("index", self.tree, "-o", self.output,
-                      streams={"stdout": subprocess.DEVNULL}) as terminal:
+        with Terminal(
+            "index", self.tree, "-o", self.output, streams={"stdout": subprocess.DEVNULL}, env=on_a_terminal()
+        ) as terminal:
             self.assertEqual(terminal.finish(), 0)
 
         self.assertEqual(terminal.shown, ERASE_LINE + b"1 entries, 0 B, ." + ERASE_LINE)
 
     def test_progress_keeps_to_the_width_of_the_terminal(self):
-        with Terminal("index", self.tree, "-o", self.output, columns=10,
-                      streams={"stdout": subprocess.DEVNULL}) as terminal:
+        with Terminal(
+            "index",
+            self.tree,
+            "-o",
+            self.output,
+            columns=10,
+            streams={"stdout": subprocess.DEVNULL},
+            env=on_a_terminal(),
+        ) as terminal:
             self.assertEqual(terminal.finish(), 0)
 
         self.assertEqual(terminal.shown, ERASE_LINE + b"1 entries" + ERASE_LINE)
 
 
 class Unreadable(IndexTest):
-    """What may not be read, for a user for whom permissions count."""
+    """Entries without read permission, as an unprivileged user."""
 
     def setUp(self):
         super().setUp()
@@ -186,7 +362,7 @@ class Unreadable(IndexTest):
         self.file("tree/closed/inside")
         self.file("tree/listed/inside")
         self.file("tree/secret", b"x")
-        self.file("tree/with \x1b")
+        self.file("tree/with \x1b", b"x")
         self.file("tree/zoo", b"x")
         self.close(self.tree / "closed", 0)
         self.close(self.tree / "listed", 0o444)
@@ -198,32 +374,48 @@ class Unreadable(IndexTest):
         self.assertEqual((result.stderr, result.returncode), (b"", 1))
         header, *entries = self.published()
         self.assertEqual(header["entries"], 7)
-        for entry in entries:
-            entry.pop("modified_ms", None)
-        self.assertEqual(entries, [
-            {"path": ".", "kind": "folder", "size": 0},
-            {"path": "closed", "kind": "folder", "size": 0, "error": "Cannot open file"},
-            {"path": "listed", "kind": "folder", "size": 0},
-            {"path": "listed/inside", "kind": "missing", "error": "Cannot access"},
-            {"path": "secret", "kind": "file", "size": 1, "text": "not read",
-             "error": "Cannot open file"},
-            {"path": "with \x1b", "kind": "file", "size": 0, "text": "not read",
-             "error": "Cannot open file"},
-            {"path": "zoo", "kind": "file", "size": 1, "text": "utf-8"},
-        ])
+        self.assert_entries(
+            entries,
+            [
+                {"path": ".", "kind": "folder", "size": 0},
+                {
+                    "path": "closed",
+                    "kind": "folder",
+                    "size": 0,
+                    "error": "Cannot open file: Permission denied",
+                },
+                {"path": "listed", "kind": "folder", "size": 0},
+                {"path": "listed/inside", "kind": "missing", "error": "Cannot access: Permission denied"},
+                {
+                    "path": "secret",
+                    "kind": "file",
+                    "size": 1,
+                    "text": "not read",
+                    "error": "Cannot open file: Permission denied",
+                },
+                {
+                    "path": "with \x1b",
+                    "kind": "file",
+                    "size": 1,
+                    "text": "not read",
+                    "error": "Cannot open file: Permission denied",
+                },
+                {"path": "zoo", "kind": "file", "size": 1, "text": "utf-8"},
+            ],
+        )
         output = result.stdout.decode()
         self.assertEqual(summary(output)["unreadable"], 4)
         self.assertEqual(summary(output)["missing"], 1)
-        self.assertIn('  "closed": Cannot open file\n', output)
-        self.assertIn('  "with \\x1b": Cannot open file\n', output)
+        self.assertIn('  "closed": Cannot open file: Permission denied\n', output)
+        self.assertIn('  "with \\x1b": Cannot open file: Permission denied\n', output)
 
     def test_is_named_ten_times_and_counted_beyond(self):
         for number in range(12):
-            self.close(self.file(f"tree/{number:02}"), 0)
+            self.close(self.file(f"tree/{number:02}", b"x"), 0)
 
         output = self.index_unprivileged().stdout.decode()
 
-        self.assertEqual(output.count(": Cannot open file\n"), 10)
+        self.assertEqual(output.count(": Cannot open file: Permission denied\n"), 10)
         self.assertIn("\n  and 2 more\n", output)
 
     def test_an_empty_folder_that_may_be_read_is_well(self):
@@ -236,7 +428,7 @@ class Unreadable(IndexTest):
 
         result = self.index_unprivileged()
 
-        self.assertEqual(result.stderr, b'quen-io: cannot walk "tree": Cannot open file\n')
+        self.assertEqual(result.stderr, b'quen-io: cannot walk "tree": Cannot open file: Permission denied\n')
         self.assertEqual((result.stdout, result.returncode), (b"", 3))
         self.assertFalse(self.output.exists())
 
@@ -245,8 +437,10 @@ class Unreadable(IndexTest):
 
         result = self.index_unprivileged()
 
-        self.assertEqual(result.stderr.decode(), f'quen-io: "{self.output}": '
-                         "Cannot create temporary document index\n")
+        self.assertEqual(
+            result.stderr.decode(),
+            f'quen-io: "{self.output}": ' "Cannot create temporary document index: Permission denied\n",
+        )
         self.assertEqual((result.stdout, result.returncode), (b"", 3))
 
     def test_paths_beyond_what_the_system_takes_stop_nothing(self):
@@ -265,15 +459,15 @@ class Unreadable(IndexTest):
         header, *entries = self.published()
         self.assertEqual(entries[-1]["path"], "zoo")
         self.assertEqual([entry["kind"] for entry in entries[:2]], ["folder", "folder"])
-        self.assertEqual([entry["error"] for entry in entries if "error" in entry],
-                         ["Cannot access"])
+        self.assertEqual(
+            [entry["error"] for entry in entries if "error" in entry], ["Cannot access: File name too long"]
+        )
 
 
 class Failures(IndexTest):
     def test_a_folder_that_there_is_not(self):
         missing = self.scratch / "mis\x1bsing"
-        self.assert_fails(["index", missing], 3,
-                          f'quen-io: no such folder: "{self.scratch}/mis\\x1bsing"')
+        self.assert_fails(["index", missing], 3, f'quen-io: no such folder: "{self.scratch}/mis\\x1bsing"')
         self.assert_fails(["index", ""], 3, 'quen-io: no such folder: ""')
         self.nothing_else_in_scratch()
 
@@ -283,39 +477,43 @@ class Failures(IndexTest):
         self.nothing_else_in_scratch()
 
     def test_an_output_that_cannot_be_published(self):
-        self.assert_fails(["index", self.tree, "-o", self.scratch / "no/folder"], 3,
-                          f'quen-io: "{self.scratch}/no/folder": '
-                          "Cannot create temporary document index")
-        self.assert_fails(["index", self.tree, "-o", ""], 3,
-                          'quen-io: "": Document index path and content are required')
-        self.assert_fails(["index", self.tree, "-o", self.tree], 3, f'quen-io: "{self.tree}": '
-                          "Cannot atomically publish document index")
+        self.assert_fails(
+            ["index", self.tree, "-o", self.scratch / "no/folder"],
+            3,
+            f'quen-io: "{self.scratch}/no/folder": '
+            "Cannot create temporary document index: No such file or directory",
+        )
+        self.assert_fails(
+            ["index", self.tree, "-o", ""], 3, 'quen-io: "": Document index path and content are required'
+        )
         self.nothing_else_in_scratch()
 
-    def test_an_interrupt_publishes_nothing(self):
-        self.output.write_text("old")
-        with Terminal("index", self.tree, "-o", self.output, held=True) as terminal:
-            wait_until_caught(terminal.process.pid, signal.SIGINT)  # in front of a held terminal
-            terminal.process.send_signal(signal.SIGINT)
-            terminal.release()
+    def test_an_output_that_is_no_regular_file(self):
+        pipe = self.scratch / "tree/pipe"
+        os.mkfifo(pipe)
+        link = self.scratch / "tree/link"
+        link.symlink_to("/dev/null")
+        for output in (self.tree, pipe, link, "/dev/null", "/dev/stdout"):
+            with self.subTest(output):
+                self.assert_fails(
+                    ["index", self.tree, "-o", output], 3, f'quen-io: not a regular file: "{output}"'
+                )
+        self.assertTrue(pipe.is_fifo() and link.is_symlink())
+        self.assertTrue(os.path.exists("/dev/null") and not os.path.isfile("/dev/null"))
+        self.nothing_else_in_scratch()
 
-            self.assertEqual(terminal.finish(), 130)
-            self.assertTrue(terminal.shown.endswith(
-                ERASE_LINE + b"quen-io: interrupted, no index published\r\n"))
-        self.assertEqual(self.output.read_text(), "old")
-        self.assertEqual(sorted(os.listdir(self.scratch)), ["index.jsonl", "tree"])
-
-
-def wait_until_caught(pid, number):
-    """Returns as soon as the process has a handler for the signal."""
-    caught = 0
-    while not caught >> (number - 1) & 1:
-        with open(f"/proc/{pid}/status", encoding="ascii") as status:
-            text = status.read()
-        if re.search(r"^State:\s*Z", text, re.MULTILINE):
-            raise AssertionError("the process has ended")
-        caught = int(re.search(r"SigCgt:\s*(\w+)", text)[1], 16)
-        time.sleep(0.001)
+    def test_an_older_index_keeps_its_permissions(self):
+        for mode in (0o600, 0o640, 0o666, 0o755, 0o400):
+            with self.subTest(oct(mode)):
+                self.output.write_text("old")
+                self.output.chmod(mode)
+                self.index()
+                self.assertEqual(self.output.stat().st_mode & 0o777, mode)
+                self.output.unlink()
+        self.index()
+        umask = os.umask(0)
+        os.umask(umask)
+        self.assertEqual(self.output.stat().st_mode & 0o777, 0o666 & ~umask)
 
 
 class Memory(IndexTest):
@@ -327,8 +525,10 @@ class Memory(IndexTest):
 
         bound = 96 << 20
         result = subprocess.run(
-            [DRIVER, "index", self.tree, "-o", self.output], capture_output=True,
-            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (bound, bound)))
+            [DRIVER, "index", self.tree, "-o", self.output],
+            capture_output=True,
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (bound, bound)),
+        )
 
         self.assertEqual((result.stderr, result.returncode), (b"", 0))
         self.assertEqual(summary(result.stdout.decode())["valid UTF-8"], 32)

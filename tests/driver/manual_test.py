@@ -1,4 +1,4 @@
-"""The manual page and the completions tell what there is to call."""
+"""The manual page and the completions contain every command, option and entry point."""
 
 import gzip
 import os
@@ -20,8 +20,9 @@ def output(*command, **options):
 
 
 def commands():
-    return re.findall(r"^  (\w+)  ", run("--help").stdout.decode().split("Subcommands:")[1]
-                      .split("\n\n")[0], re.MULTILINE)
+    return re.findall(
+        r"^  (\w+)  ", run("--help").stdout.decode().split("Commands:")[1].split("\n\n")[0], re.MULTILINE
+    )
 
 
 def entry_points():
@@ -38,8 +39,15 @@ class ManualPage(unittest.TestCase):
 
     @unittest.skipUnless(shutil.which("man"), "no man here")
     def test_shows_every_command_and_entry_point(self):
-        page, errors = output("man", "--warnings", "-E", "UTF-8", "-l", PAGE,
-                              env={**os.environ, "MANWIDTH": "80", "LC_ALL": "C.UTF-8"})
+        page, errors = output(
+            "man",
+            "--warnings",
+            "-E",
+            "UTF-8",
+            "-l",
+            PAGE,
+            env={**os.environ, "MANWIDTH": "80", "LC_ALL": "C.UTF-8"},
+        )
 
         self.assertEqual(errors, "")
         lines = {line.strip() for line in page.splitlines()}
@@ -53,15 +61,14 @@ class ManualPage(unittest.TestCase):
         self.assertNotIn("help", index)
 
     def test_says_once_what_several_commands_say(self):
-        self.assertEqual(PAGE.read_text().count("wrong usage"), 1)
+        self.assertEqual(PAGE.read_text().count("usage error"), 1)
 
     def test_is_the_same_packed(self):
-        self.assertEqual(gzip.decompress(PAGE.with_suffix(".1.gz").read_bytes()),
-                         PAGE.read_bytes())
+        self.assertEqual(gzip.decompress(PAGE.with_suffix(".1.gz").read_bytes()), PAGE.read_bytes())
 
 
 class Completions:
-    """What each shell has to propose; `proposed` asks it about the last of the words."""
+    """The completions of each shell; `proposed` returns those of the last word."""
 
     def test_is_read_without_an_error(self):
         output(self.shell, "-n", MANUAL / self.file)
@@ -91,8 +98,10 @@ class Bash(Completions, unittest.TestCase):
     shell, file = "bash", "quen-io.bash"
 
     def proposed(self, *words):
-        script = ('compopt() { :; }; source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); '
-                  '_quen_io; printf "%s\\n" "${COMPREPLY[@]}"')
+        script = (
+            'compopt() { :; }; source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); '
+            '_quen_io; printf "%s\\n" "${COMPREPLY[@]}"'
+        )
         printed = output("bash", "-uc", script, "bash", MANUAL / self.file, "quen-io", *words)[0]
         return set(printed.split("\n")) - {""}
 
@@ -103,8 +112,9 @@ class Fish(Completions, unittest.TestCase):
 
     def proposed(self, *words):
         script = "source $argv[1]; complete -C $argv[2]"
-        printed = output("fish", "--no-config", "-c", script, MANUAL / self.file,
-                         " ".join(["quen-io", *words]))[0]
+        printed = output(
+            "fish", "--no-config", "-c", script, MANUAL / self.file, " ".join(["quen-io", *words])
+        )[0]
         return {line.split("\t")[0] for line in printed.splitlines()}
 
 

@@ -1,4 +1,4 @@
-"""What the driver's tests share: running it, on a terminal too, and scratch folders."""
+"""Helpers of the driver's tests: running the driver, also on a pseudo-terminal, and scratch folders."""
 
 import errno
 import fcntl
@@ -20,18 +20,18 @@ ERASE_LINE = b"\r\x1b[K"
 
 
 def is_sanitized():
-    """A sanitizer's memory and its own end at huge allocations are not the driver's."""
+    """Whether a sanitizer is built in, which needs more memory and aborts at huge allocations."""
     program = DRIVER.read_bytes()
     return b"__asan_init" in program or b"__tsan_init" in program
 
 
-def run(*arguments, **options):
+def run(*arguments, command=(DRIVER,), **options):
     """Runs the driver; output and errors are bytes."""
-    return subprocess.run([DRIVER, *arguments], capture_output=True, timeout=300, **options)
+    return subprocess.run([*command, *arguments], capture_output=True, timeout=300, **options)
 
 
 class DriverTest(unittest.TestCase):
-    """A test with a scratch folder, below which everything is removed in the end."""
+    """A test with a scratch folder, which is removed afterwards."""
 
     maxDiff = None
 
@@ -43,6 +43,11 @@ class DriverTest(unittest.TestCase):
         path = self.scratch / name
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_bytes(contents)
+        return path
+
+    def new_folder(self, name):
+        path = self.scratch / name
+        path.mkdir(parents=True)
         return path
 
     def assert_output(self, arguments, expected, **options):
@@ -60,7 +65,7 @@ class DriverTest(unittest.TestCase):
 
 
 def run_unprivileged(*arguments, cwd):
-    """Runs the driver as a user for whom permissions count, from where that user can reach it."""
+    """Copies the driver to where an unprivileged user can execute it, and runs it as that user."""
     with tempfile.TemporaryDirectory(prefix="quen-io-program-") as folder:
         os.chmod(folder, 0o755)
         program = shutil.copy(DRIVER, folder)
@@ -68,8 +73,20 @@ def run_unprivileged(*arguments, cwd):
         privileges = {}
         if os.geteuid() == 0:
             privileges = {"user": NOBODY, "group": NOBODY, "extra_groups": []}
-        return subprocess.run([program, *arguments], capture_output=True, timeout=300, cwd=cwd,
-                              env={**os.environ, "LD_LIBRARY_PATH": folder}, **privileges)
+        return subprocess.run(
+            [program, *arguments],
+            capture_output=True,
+            timeout=300,
+            cwd=cwd,
+            env={**os.environ, "LD_LIBRARY_PATH": folder},
+            **privileges,
+        )
+
+
+def without_capabilities():
+    """The driver as a command without the capabilities that override file permissions, even for root."""
+    drop = ["setpriv", "--bounding-set=-all", "--inh-caps=-all"] if os.geteuid() == 0 else []
+    return [*drop, DRIVER]
 
 
 def soname(library):
@@ -78,27 +95,31 @@ def soname(library):
     return line.split("[")[1].rstrip("]")
 
 
-class Terminal:
-    """The driver on a terminal of its own. Whatever it shows is kept in `shown`."""
+def on_a_terminal(**changes):
+    """The environment of a terminal with styles; None removes a variable."""
+    environment = {**os.environ, "TERM": "xterm", "NO_COLOR": None, **changes}
+    return {name: value for name, value in environment.items() if value is not None}
 
-    def __init__(self, *arguments, columns=80, held=False, streams=None, **options):
-        """On a held terminal, whoever writes waits until it is released."""
+
+class Terminal:
+    """The driver on a pseudo-terminal. All of its output is kept in `shown`."""
+
+    def __init__(self, *arguments, columns=80, held=False, streams=None, command=(DRIVER,), **options):
+        """With `held`, terminal output is stopped (TCOOFF), so that writing blocks."""
+        options.setdefault("env", on_a_terminal())
         self.master, slave = pty.openpty()
-        self.name = os.ttyname(slave)
         fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
         if held:
             termios.tcflow(slave, termios.TCOOFF)
         self.process = subprocess.Popen(
-            [DRIVER, *arguments], **{"stdin": slave, "stdout": slave, "stderr": slave,
-                                     **(streams or {})}, start_new_session=True,
-            preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0), **options)
+            [*command, *arguments],
+            **{"stdin": slave, "stdout": slave, "stderr": slave, **(streams or {})},
+            start_new_session=True,
+            preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0),
+            **options,
+        )
         os.close(slave)
         self.shown = b""
-
-    def release(self):
-        slave = os.open(self.name, os.O_RDWR | os.O_NOCTTY)
-        termios.tcflow(slave, termios.TCOON)
-        os.close(slave)
 
     def __enter__(self):
         return self
@@ -113,7 +134,7 @@ class Terminal:
         os.write(self.master, keys)
 
     def wait_for(self, text):
-        """Reads until the text has been shown since the last wait, and gives all that was."""
+        """Reads until the text is shown, and returns the output since the last wait."""
         start = len(self.shown)
         while text not in self.shown[start:]:
             if not self._read():
@@ -121,7 +142,7 @@ class Terminal:
         return self.shown[start:]
 
     def finish(self):
-        """Reads until the driver has ended and gives its exit status."""
+        """Reads until the driver exits, and returns its exit status."""
         while self._read():
             pass
         return self.process.wait(timeout=300)
@@ -131,10 +152,10 @@ class Terminal:
         if not ready:
             return False
         try:
-            piece = os.read(self.master, 65536)
-        except OSError as error:  # how the end of the other side is told
+            chunk = os.read(self.master, 65536)
+        except OSError as error:  # EIO: the other side is closed
             if error.errno != errno.EIO:
                 raise
             return False
-        self.shown += piece
-        return bool(piece)
+        self.shown += chunk
+        return bool(chunk)
