@@ -12,6 +12,7 @@
 #include "driver/terminal.h"
 #include "driver/text.h"
 #include "driver/values.h"
+#include "driver/walk.h"
 #include "quen/io/entry_points.h"
 #include "runtime/small/host.h"
 
@@ -42,19 +43,46 @@ class Check {
  public:
   int status() const { return status_; }
 
+  // Checks an operand: a file, or a folder with its whole tree.
+  void operand(const std::string& name) {
+    if (quen_io_Path__isDirectory(small::newPath(name))) {
+      folder(name);
+    } else {
+      file(name);
+    }
+  }
+
+ private:
   void file(const std::string& name) {
     progress_.show(checked_++, bytes_, name);
     bytes_ += quen_io_FileInputStream__sizePath(name.c_str());
     if (const auto fault = faultOf(name, name)) tell(name, *fault);
   }
 
- private:
+  // Skips files of size 0, because those of /proc may block or be endless, and also links and
+  // special files.
+  void folder(const std::string& root) {
+    const auto visit = [&](const Entry& entry) {
+      const std::string name = below(root, entry.path);
+      if (!entry.error.empty()) tell(name, entry.error);
+      if (entry.kind == Kind::kFile && entry.size > 0) file(name);
+    };
+    walk({.root = root, .maxTextBytes = kReadNone, .visit = visit});
+  }
+
+  static std::string below(const std::string& root, const std::string& path) {
+    if (path == ".") return root;
+    return root.ends_with('/') ? root + path : root + '/' + path;
+  }
+
   void tell(const std::string& file, const std::string& fault) {
     progress_.erase();
     const std::string reason = styled(std::cout, Style::kFailure, escaped(fault));
     std::cout << escaped(file) << ": " << reason << '\n' << std::flush;
     status_ = kRaised;
   }
+
+  static constexpr std::int64_t kReadNone = -1;
 
   Progress progress_;
   std::size_t checked_ = 0;
@@ -68,7 +96,7 @@ int runCheck(const CheckOptions& options) {
   const small::Scope scope;
   if (options.files.empty()) throw UsageError("FILE is missing (see --help)");
   Check check;
-  for (const std::string& name : options.files) check.file(name);
+  for (const std::string& name : options.files) check.operand(name);
   return check.status();
 }
 

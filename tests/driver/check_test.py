@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """quen-io check: one line for each file that fails, and the exit status."""
 
+import os
 import unittest
 
 from support import ERASE_LINE, DriverTest, Terminal, run, run_unprivileged
@@ -46,13 +47,17 @@ class Check(DriverTest):
 
     def test_tells_what_may_not_be_read(self):
         closed = self.file("closed")
+        self.file("shut/file").parent.chmod(0)
         self.scratch.chmod(0o755)
         closed.chmod(0)
 
-        result = run_unprivileged("check", closed, cwd=self.scratch)
+        result = run_unprivileged("check", closed, "shut", cwd=self.scratch)
 
-        self.assertEqual(result.stdout.decode(), f"{closed}: Cannot open file: Permission denied\n")
+        lines = result.stdout.decode().splitlines()
+        self.assertEqual(lines[0], f"{closed}: Cannot open file: Permission denied")
+        self.assertRegex(lines[1], "^shut: Cannot open file")
         self.assertEqual(result.returncode, 1)
+        (self.scratch / "shut").chmod(0o755)
 
     def test_shows_no_name_raw(self):
         file = self.file("a\x1b[31m\n.txt", b"\xff")
@@ -73,6 +78,51 @@ class Check(DriverTest):
 
     def test_without_a_file_is_wrong_usage(self):
         self.assert_fails(["check"], 2, "quen-io: FILE is missing (see --help)")
+
+
+class Folders(DriverTest):
+    def test_are_checked_with_all_that_is_below(self):
+        self.file("tree/a.txt", b"\xff")
+        self.file("tree/below/b.toml", b"a\0")
+        self.file("tree/below/deeper/good", b"text")
+        self.file("tree/empty")
+
+        result = run("check", "tree", "tree/", ".", cwd=self.scratch)
+
+        below = "below/b.toml: Raw U+0000 is not allowed in TOML input at byte 1"
+        self.assertEqual(
+            result.stdout.decode().splitlines(),
+            [
+                "tree/a.txt: File is not valid UTF-8 at byte 0",
+                f"tree/{below}",
+                "tree/a.txt: File is not valid UTF-8 at byte 0",
+                f"tree/{below}",
+                "./tree/a.txt: File is not valid UTF-8 at byte 0",
+                f"./tree/{below}",
+            ],
+        )
+        self.assertEqual(result.returncode, 1)
+
+    def test_are_followed_as_operands_only(self):
+        self.file("elsewhere/bad", b"\xff")
+        tree = self.file("tree/good").parent
+        (tree / "link").symlink_to("../elsewhere")
+        (self.scratch / "root").symlink_to("elsewhere")
+
+        self.assert_output(["check", tree], "")
+        self.assertEqual(
+            run("check", "root", cwd=self.scratch).stdout, b"root/bad: File is not valid UTF-8 at byte 0\n"
+        )
+
+    def test_what_may_block_in_there_is_left_out(self):
+        os.mkfifo(self.file("tree/good").parent / "fifo")
+
+        self.assert_output(["check", self.scratch / "tree"], "")
+
+    def test_of_good_files_say_nothing(self):
+        self.file("tree/good", b"text")
+
+        self.assert_output(["check", self.scratch], "")
 
 
 if __name__ == "__main__":
