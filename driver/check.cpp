@@ -5,10 +5,12 @@
 #include <iostream>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include "driver/commands.h"
 #include "driver/progress.h"
 #include "driver/reasons.h"
+#include "driver/standard_input.h"
 #include "driver/terminal.h"
 #include "driver/text.h"
 #include "driver/values.h"
@@ -43,9 +45,11 @@ class Check {
  public:
   int status() const { return status_; }
 
-  // Checks an operand: a file, or a folder with its whole tree.
+  // Checks an operand: a file, a folder with its whole tree, or standard input.
   void operand(const std::string& name) {
-    if (quen_io_Path__isDirectory(small::newPath(name))) {
+    if (name == "-") {
+      standardInput();
+    } else if (quen_io_Path__isDirectory(small::newPath(name))) {
       folder(name);
     } else {
       file(name);
@@ -57,6 +61,16 @@ class Check {
     progress_.show(checked_++, bytes_, name);
     bytes_ += quen_io_FileInputStream__sizePath(name.c_str());
     if (const auto fault = faultOf(name, name)) tell(name, *fault);
+  }
+
+  void standardInput() {
+    try {
+      const StandardInput input;
+      if (const auto fault = faultOf("-", input.path())) tell("-", *fault);
+    } catch (const std::system_error& failure) {
+      tell("-", failure.what());
+    }
+    ++checked_;
   }
 
   // Skips files of size 0, because those of /proc may block or be endless, and also links and

@@ -84,10 +84,11 @@ Command checkCommand(CheckOptions& options) {
       {{"A file named *.toml is checked by TOML's rules for bytes (UTF-8 without a raw U+0000), "
         "any other for valid UTF-8. Each file that fails is printed on a line of its own, FILE: "
         "MESSAGE, followed by the error of the operating system if there is one."},
-       {"In a folder, every file below it is checked; links in it are not followed."}}};
+       {"In a folder, every file below it is checked; links in it are not followed. FILE - is "
+        "standard input."}}};
   return {"check",
           "Lists files that are not valid UTF-8 or TOML input.",
-          {{"FILE", false, "A file or a folder to check", &options.files}},
+          {{"FILE", false, "A file or a folder to check, - for standard input", &options.files}},
           {},
           {about, exitStatus()},
           [&options] { return runCheck(options); }};

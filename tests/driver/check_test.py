@@ -2,6 +2,7 @@
 """quen-io check: one line for each file that fails, and the exit status."""
 
 import os
+import socket
 import unittest
 
 from support import ERASE_LINE, DriverTest, Terminal, run, run_unprivileged
@@ -123,6 +124,29 @@ class Folders(DriverTest):
         self.file("tree/good", b"text")
 
         self.assert_output(["check", self.scratch], "")
+
+
+class StandardInput(DriverTest):
+    def test_is_checked(self):
+        self.assert_output(["check", "-"], "", input=b"text")
+        self.assert_fails_with(b"-: File is not valid UTF-8 at byte 3\n", input=b"abc\xff")
+        self.assert_fails_with(b"-: File is not valid UTF-8 at byte 100000\n", input=b"x" * 100_000 + b"\x80")
+
+    def assert_fails_with(self, output, **options):
+        result = run("check", "-", **options)
+        self.assertEqual((result.stdout, result.stderr, result.returncode), (output, b"", 1))
+
+    def test_is_checked_from_where_it_stands(self):
+        with self.file("data", b"\xff\xff\xfftext").open("rb") as file:
+            os.lseek(file.fileno(), 3, os.SEEK_SET)
+            self.assert_output(["check", "-"], "", stdin=file)
+
+    def test_may_be_a_socket(self):
+        ours, theirs = socket.socketpair()
+        with ours, theirs:
+            ours.sendall(b"\xff")
+            ours.shutdown(socket.SHUT_WR)
+            self.assert_fails_with(b"-: File is not valid UTF-8 at byte 0\n", stdin=theirs)
 
 
 if __name__ == "__main__":
