@@ -1,7 +1,9 @@
 // quen-io check: whether files are valid UTF-8 or TOML input, as judged by the module's readers.
 
 #include <cstdint>
+#include <cstdio>
 #include <exception>
+#include <fstream>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -56,6 +58,18 @@ class Check {
     }
   }
 
+  // Checks the files of a list of names, each terminated by a zero byte.
+  void list(std::istream& names) {
+    for (std::string name; std::getline(names, name, '\0');) {
+      const small::Scope scope;
+      if (name.empty()) {
+        tell("", "Path is empty");
+      } else {
+        file(name);
+      }
+    }
+  }
+
  private:
   void file(const std::string& name) {
     progress_.show(checked_++, bytes_, name);
@@ -104,13 +118,35 @@ class Check {
   int status_ = kDone;
 };
 
+void checkList(Check& check, const std::string& path) {
+  std::ifstream names(path);
+  if (!names) throw UsageError("cannot read " + inQuotes(path) + readingReason(path));
+  check.list(names);
+  if (names.bad()) throw UsageError("cannot read " + inQuotes(path) + readingReason(path));
+}
+
+// std::cin reports a read error as end of file, so std::ferror is checked.
+void checkListFromStandardInput(Check& check) {
+  check.list(std::cin);
+  if (std::ferror(stdin) != 0) throw UsageError("cannot read the list on standard input");
+}
+
 }  // namespace
 
 int runCheck(const CheckOptions& options) {
   const small::Scope scope;
-  if (options.files.empty()) throw UsageError("FILE is missing (see --help)");
+  const std::string list = options.listOnStandardInput ? "-" : options.list;
+  if (list.empty() && options.files.empty()) throw UsageError("FILE is missing (see --help)");
+  if (!list.empty() && !options.files.empty()) {
+    throw UsageError("not expected beside a list of files: " + inQuotes(options.files.front()));
+  }
   Check check;
   for (const std::string& name : options.files) check.operand(name);
+  if (list == "-") {
+    checkListFromStandardInput(check);
+  } else if (!list.empty()) {
+    checkList(check, list);
+  }
   return check.status();
 }
 

@@ -85,11 +85,19 @@ Command checkCommand(CheckOptions& options) {
         "any other for valid UTF-8. Each file that fails is printed on a line of its own, FILE: "
         "MESSAGE, followed by the error of the operating system if there is one."},
        {"In a folder, every file below it is checked; links in it are not followed. FILE - is "
-        "standard input."}}};
+        "standard input. Instead of FILE, a list of files can be given, as find -print0 writes it; "
+        "a folder in the list fails, because its files are usually in the list as well."}}};
   return {"check",
           "Lists files that are not valid UTF-8 or TOML input.",
           {{"FILE", false, "A file or a folder to check, - for standard input", &options.files}},
-          {},
+          {{"-0,--null", "",
+            "Check the files of a list on standard input, each name ended by a "
+            "zero byte",
+            &options.listOnStandardInput},
+           {"--files0-from", "FILE",
+            "Check the files of such a list in a file, - for standard "
+            "input",
+            &options.list}},
           {about, exitStatus()},
           [&options] { return runCheck(options); }};
 }

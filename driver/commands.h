@@ -32,6 +32,8 @@ struct CallOptions {
 
 struct CheckOptions {
   std::vector<std::string> files;
+  bool listOnStandardInput = false;
+  std::string list;  // a file of names; "-" is standard input
 };
 
 struct ListOptions {

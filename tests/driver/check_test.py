@@ -3,9 +3,10 @@
 
 import os
 import socket
+import subprocess
 import unittest
 
-from support import ERASE_LINE, DriverTest, Terminal, run, run_unprivileged
+from support import DRIVER, ERASE_LINE, DriverTest, Terminal, run, run_unprivileged
 
 
 class Check(DriverTest):
@@ -147,6 +148,78 @@ class StandardInput(DriverTest):
             ours.sendall(b"\xff")
             ours.shutdown(socket.SHUT_WR)
             self.assert_fails_with(b"-: File is not valid UTF-8 at byte 0\n", stdin=theirs)
+
+
+class Lists(DriverTest):
+    def setUp(self):
+        super().setUp()
+        self.names = ["good", "bad\nname", "-", "folder/bad"]
+        for name in self.names[1:]:
+            self.file(name, b"\xff")
+        self.file("good", b"text")
+        self.told = [
+            f"{name}: File is not valid UTF-8 at byte 0" for name in ("bad\\nname", "-", "folder/bad")
+        ]
+
+    def assert_told(self, result, told):
+        self.assertEqual(result.stdout.decode().splitlines(), told)
+        self.assertEqual((result.stderr, result.returncode), (b"", 1))
+
+    def test_are_names_that_end_with_a_zero_byte(self):
+        listed = "\0".join(self.names).encode()
+        for option in ["-0"], ["--null"], ["--files0-from", "-"], ["--files0-from=-"]:
+            for end in b"", b"\0":  # the terminator of the last name is optional
+                with self.subTest(option, end=end):
+                    self.assert_told(run("check", *option, input=listed + end, cwd=self.scratch), self.told)
+
+    def test_may_be_in_a_file_or_a_pipe(self):
+        listed = self.file("list", "\0".join(self.names).encode())
+
+        self.assert_told(run("check", "--files0-from", listed, cwd=self.scratch), self.told)
+        piped = subprocess.run(
+            ["bash", "-c", '"$0" check --files0-from <(cat list)', DRIVER],
+            cwd=self.scratch,
+            capture_output=True,
+        )
+        self.assert_told(piped, self.told)
+
+    def test_take_what_find_prints(self):
+        found = subprocess.run(
+            ["find", "folder", "-type", "f", "-print0"], cwd=self.scratch, capture_output=True, check=True
+        ).stdout
+        self.assert_told(run("check", "-0", input=found, cwd=self.scratch), [self.told[-1]])
+
+    def test_tell_folders_and_empty_names(self):
+        self.assert_told(
+            run("check", "-0", input=b"folder\0\0good\0", cwd=self.scratch),
+            ["folder: Path is a directory", ": Path is empty"],
+        )
+
+    def test_without_a_name_say_nothing(self):
+        self.assert_output(["check", "-0"], "", input=b"")
+
+    def test_that_cannot_be_read_are_an_error(self):
+        self.assert_fails(
+            ["check", "--files0-from", "missing"],
+            2,
+            'quen-io: cannot read "missing": No such file or directory',
+            cwd=self.scratch,
+        )
+        self.assert_fails(
+            ["check", "--files0-from", "folder"],
+            2,
+            'quen-io: cannot read "folder": Is a directory',
+            cwd=self.scratch,
+        )
+        self.assert_fails(
+            ["check", "-0"],
+            2,
+            "quen-io: cannot read the list on standard input",
+            preexec_fn=lambda: os.close(0),
+        )
+
+    def test_do_not_go_with_operands(self):
+        self.assert_fails(["check", "-0", "good"], 2, 'quen-io: not expected beside a list of files: "good"')
 
 
 if __name__ == "__main__":
