@@ -45,6 +45,8 @@ Command indexCommand(IndexOptions& options) {
         "shown as U+FFFD, and path_hex or target_hex holds all bytes."},
        {"A file of size 0 is not opened: in /proc such files may be endless. At most the size of "
         "a file is read, and nothing of a file larger than --max-text-bytes."},
+       {"PATTERN is a shell pattern (*, ?, [a-z]). With a slash it is matched against the path, "
+        "otherwise against the name; matching entries are left out with their contents."},
        {"An unchanged tree gives an identical index. An index that is written into FOLDER is an "
         "entry of the next one."}}};
   return {"index",
@@ -52,6 +54,11 @@ Command indexCommand(IndexOptions& options) {
           {{"FOLDER", true, "The folder to index", &options.folder}},
           {{"-o,--output", "FILE", "The index to write or replace; - is standard output",
             &options.output},
+           {"--exclude", "PATTERN", "Leaves out matching entries; may be given several times",
+            &options.excluded},
+           {"--max-depth", "N", "Limits the depth; 0 is FOLDER alone", &options.maxDepth},
+           {"--one-file-system", "", "Does not descend into other file systems",
+            &options.oneFileSystem},
            {"--max-text-bytes", "N", "Does not read larger files", &options.maxTextBytes},
            {"-q,--quiet", "", "No progress and no summary", &options.quiet}},
           {about, exitStatus()},

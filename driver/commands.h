@@ -20,6 +20,9 @@ struct IndexOptions {
   std::string folder;
   std::string output = "quen-io-index.jsonl";
   std::int64_t maxTextBytes = std::int64_t{16} << 20;
+  std::optional<std::int64_t> maxDepth;
+  bool oneFileSystem = false;
+  std::vector<std::string> excluded;  // patterns
   bool quiet = false;
 };
 

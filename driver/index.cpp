@@ -70,6 +70,9 @@ Walk planOf(const IndexOptions& options) {
   Walk plan;
   plan.root = options.folder;
   plan.maxTextBytes = options.maxTextBytes;
+  if (options.maxDepth) plan.maxDepth = *options.maxDepth;
+  plan.oneFileSystem = options.oneFileSystem;
+  plan.excluded = options.excluded;
   return plan;
 }
 
@@ -93,6 +96,13 @@ std::string headerOf(const IndexOptions& options, std::size_t entries) {
   putText(header, "root", options.folder);
   header["entries"] = entries;
   header["max_text_bytes"] = options.maxTextBytes;
+  if (options.maxDepth) header["max_depth"] = *options.maxDepth;
+  if (options.oneFileSystem) header["one_file_system"] = true;
+  for (const std::string& pattern : options.excluded) {
+    Json excluded;
+    putText(excluded, "pattern", pattern);
+    header["excluded"].push_back(excluded);
+  }
   return toLine(header) + '\n';
 }
 

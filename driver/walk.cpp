@@ -1,5 +1,6 @@
 #include "driver/walk.h"
 
+#include <fnmatch.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -37,6 +38,7 @@ constexpr std::string_view kFault = "File is not valid UTF-8 at byte ";
 // An entry that is still to be visited, with its kind if the listing recorded it.
 struct Pending {
   std::string path;
+  std::int64_t depth = 0;
   std::optional<QuenPathEntryKind> recorded = std::nullopt;
 };
 
@@ -65,10 +67,11 @@ Kind kindOf(const std::string& full, const Pending& entry) {
 // ": " and the message of an errno.
 std::string because(int error) { return ": " + std::generic_category().message(error); }
 
-// The time of an entry from stat(2): Path.lastModified can be a millisecond too early, so that two
-// indexes of one tree would differ.
+// Time and file system of an entry from stat(2): no entry point returns the latter, and
+// Path.lastModified can be a millisecond too early, so that two indexes of one tree would differ.
 struct Status {
   std::int64_t modifiedMs = 0;
+  dev_t fileSystem = 0;
   int error = 0;
 };
 
@@ -84,7 +87,7 @@ Status statusOf(const std::string& full, bool isRoot) {
   struct stat status = {};
   const int failed = isRoot ? stat(full.c_str(), &status) : lstat(full.c_str(), &status);
   if (failed != 0) return {.error = errno};
-  return {.modifiedMs = millisecondsOf(status.st_mtim)};
+  return {.modifiedMs = millisecondsOf(status.st_mtim), .fileSystem = status.st_dev};
 }
 
 // The whole-file reader would not return for an endless file, so the prefix reader is called with
@@ -128,7 +131,17 @@ void checkThatFolderOpens(const std::string& full, Entry& entry) {
   }
 }
 
-std::vector<Pending> listFolder(const std::string& full, Entry& entry) {
+// A pattern with a slash is matched against the path relative to the root, any other against the
+// name.
+bool isExcluded(const Walk& plan, const std::string& path, const std::string& name) {
+  return std::ranges::any_of(plan.excluded, [&](const std::string& pattern) {
+    const bool isOfPath = pattern.find('/') != std::string::npos;
+    return fnmatch(pattern.c_str(), isOfPath ? path.c_str() : name.c_str(), FNM_PATHNAME) == 0;
+  });
+}
+
+std::vector<Pending> listFolder(const Walk& plan, const std::string& full, std::int64_t depth,
+                                Entry& entry) {
   std::vector<std::string> names =
       small::listStrings(quen_io_FolderPath__listNamesNative(full.c_str()));
   if (const auto raised = small::takeException()) {
@@ -141,10 +154,22 @@ std::vector<Pending> listFolder(const std::string& full, Entry& entry) {
   std::vector<Pending> contents;
   for (const std::string& name : names) {
     const std::string path = entry.path == kRoot ? name : entry.path + '/' + name;
-    contents.push_back({path, small::recordedKind(fs::path(full) / name)});
+    if (isExcluded(plan, path, name)) continue;
+    contents.push_back({path, depth + 1, small::recordedKind(fs::path(full) / name)});
   }
   return contents;
 }
+
+// The options of the walk and the file system of its root.
+struct Bounds {
+  const Walk& plan;
+  dev_t fileSystem;
+
+  bool reachInto(const Pending& folder, const Status& status) const {
+    if (folder.depth >= plan.maxDepth) return false;
+    return !plan.oneFileSystem || status.fileSystem == fileSystem;
+  }
+};
 
 void readTarget(const std::string& full, Entry& entry) {
   std::error_code error;
@@ -153,8 +178,8 @@ void readTarget(const std::string& full, Entry& entry) {
 }
 
 // Fills in the entry, and returns the contents if it is a folder.
-std::vector<Pending> inspect(const Walk& plan, const Pending& pending, Entry& entry) {
-  const std::string full = fullPath(plan.root, pending.path);
+std::vector<Pending> inspect(const Bounds& bounds, const Pending& pending, Entry& entry) {
+  const std::string full = fullPath(bounds.plan.root, pending.path);
   entry.kind = kindOf(full, pending);
   if (entry.kind == Kind::kLink) {
     readTarget(full, entry);
@@ -167,9 +192,9 @@ std::vector<Pending> inspect(const Walk& plan, const Pending& pending, Entry& en
   }
   entry.size = quen_io_FileInputStream__sizePath(full.c_str());
   entry.modifiedMs = status.modifiedMs;
-  if (entry.kind == Kind::kFile && entry.size <= plan.maxTextBytes) readText(full, entry);
-  if (entry.kind != Kind::kFolder) return {};
-  return listFolder(full, entry);
+  if (entry.kind == Kind::kFile && entry.size <= bounds.plan.maxTextBytes) readText(full, entry);
+  if (entry.kind != Kind::kFolder || !bounds.reachInto(pending, status)) return {};
+  return listFolder(bounds.plan, full, pending.depth, entry);
 }
 
 // An inspected entry, and futures of its contents, in chunks of at most kPart entries.
@@ -184,7 +209,7 @@ struct Found {
 // task waits for another one.
 class Inspectors {
  public:
-  explicit Inspectors(const Walk& plan) : plan_(plan) {
+  explicit Inspectors(const Bounds& bounds) : bounds_(bounds) {
     const unsigned count = std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
     for (unsigned i = 0; i < count; ++i) {
       threads_.emplace_back([this](const std::stop_token& stop) { work(stop); });
@@ -209,7 +234,7 @@ class Inspectors {
     Found found;
     found.entry.path = pending.path;
     try {
-      found.contents = begin(inspect(plan_, pending, found.entry), place);
+      found.contents = begin(inspect(bounds_, pending, found.entry), place);
     } catch (const std::exception& failure) {  // std::length_error or std::bad_alloc
       small::takeException();
       found.entry.error = failure.what();
@@ -258,7 +283,7 @@ class Inspectors {
     }
   }
 
-  const Walk& plan_;
+  const Bounds& bounds_;
   std::mutex mutex_;
   std::condition_variable_any wake_;
   Tasks tasks_;
@@ -279,7 +304,8 @@ void visitAll(const Walk& plan, std::vector<std::future<Part>>& parts) {
 }  // namespace
 
 void walk(const Walk& plan) {
-  Inspectors inspectors(plan);
+  const Bounds bounds = {plan, statusOf(plan.root, true).fileSystem};
+  Inspectors inspectors(bounds);
   Found root = inspectors.inspectedRoot(std::string(kRoot));
   plan.visit(root.entry);
   visitAll(plan, root.contents);

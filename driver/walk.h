@@ -4,7 +4,9 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <string>
+#include <vector>
 
 namespace quen::driver {
 
@@ -30,6 +32,9 @@ struct Entry {
 struct Walk {
   std::string root;
   std::int64_t maxTextBytes = 0;  // larger files are not read; negative: no file is
+  std::int64_t maxDepth = std::numeric_limits<std::int64_t>::max();  // the root has a depth of 0
+  bool oneFileSystem = false;  // folders of another file system than the root's are not listed
+  std::vector<std::string> excluded = {};  // patterns of entries to leave out with their contents
   std::function<void(const Entry&)> visit;
 };
 

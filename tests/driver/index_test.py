@@ -223,6 +223,60 @@ def without_leak_check():
     return {**os.environ, "ASAN_OPTIONS": "detect_leaks=0"}
 
 
+class Selection(IndexTest):
+    """Entries are left out by pattern, depth and file system."""
+
+    def setUp(self):
+        super().setUp()
+        for name in ("a.o", "a.txt", "build/b.o", "src/build/c", "src/d.txt", "[a,b]"):
+            self.file(f"tree/{name}")
+
+    def paths(self, *arguments):
+        (header, *entries), _ = self.index(*arguments)
+        self.assertEqual(header["entries"], len(entries))
+        return [entry["path"] for entry in entries]
+
+    def test_patterns_without_a_slash_are_for_names(self):
+        self.assertEqual(
+            self.paths("--exclude", "*.o", "--exclude", "build"), [".", "[a,b]", "a.txt", "src", "src/d.txt"]
+        )
+
+    def test_patterns_with_a_slash_are_for_paths(self):
+        self.assertEqual(
+            self.paths("--exclude", "src/build", "--exclude=*/b.o"),
+            [".", "[a,b]", "a.o", "a.txt", "build", "src", "src/d.txt"],
+        )
+
+    def test_a_pattern_is_one_word(self):
+        self.assertEqual(self.paths("--exclude", "[a-z]*", "--exclude", "\\[a,b]"), ["."])
+
+    def test_depth_is_counted_from_the_folder(self):
+        self.assertEqual(self.paths("--max-depth", "0"), ["."])
+        self.assertEqual(self.paths("--max-depth", "1"), [".", "[a,b]", "a.o", "a.txt", "build", "src"])
+        self.assertEqual(len(self.paths("--max-depth", "2")), 9)
+
+    def test_stands_in_the_header(self):
+        (header, *_), _ = self.index("--exclude", "*.o", "--max-depth", "2", "--one-file-system")
+
+        self.assertEqual(header["excluded"], [{"pattern": "*.o"}])
+        self.assertEqual((header["max_depth"], header["one_file_system"]), (2, True))
+
+    def test_another_file_system_is_an_entry_without_contents(self):
+        def below_proc(*options):
+            self.assertIn(
+                run(
+                    "index", "/", "-o", self.output, "--max-depth", "2", "--exclude", "proc/[0-9]*", *options
+                ).returncode,
+                (0, 1),
+            )
+            return [
+                entry["path"] for entry in self.published()[1:] if (entry["path"] + "/").startswith("proc/")
+            ]
+
+        self.assertIn("proc/meminfo", below_proc())
+        self.assertEqual(below_proc("--one-file-system"), ["proc"])
+
+
 class Endless(IndexTest):
     """Files of size 0 in /proc, which may be endless or block."""
 
@@ -239,6 +293,21 @@ class Endless(IndexTest):
         self.assertEqual((result.stderr, result.returncode), (b"", 0))
         self.assertIn(f'"{self.tree}"', trace.read_text())
         self.assertNotIn(str(empty), trace.read_text())
+
+    @unittest.skipIf(is_sanitized(), "a sanitizer takes memory of its own")
+    def test_the_files_of_the_system_are_indexed_in_bounded_memory(self):
+        bound = 512 << 20
+        result = subprocess.run(
+            [DRIVER, "index", "/proc", "-o", self.output, "--exclude", "[0-9]*"],
+            capture_output=True,
+            timeout=300,
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (bound, bound)),
+        )
+
+        self.assertEqual(result.stderr, b"")
+        self.assertIn(result.returncode, (0, 1))
+        kinds = {entry["path"]: entry["kind"] for entry in self.published()[1:]}
+        self.assertEqual(kinds["meminfo"], "file")
 
     @unittest.skipIf(is_sanitized(), "a sanitizer takes memory of its own")
     def test_a_file_that_gives_more_than_it_claims_is_read_in_bounded_memory(self):
