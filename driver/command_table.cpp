@@ -23,7 +23,9 @@ HelpSection exitStatus() {
               "the call raised an exception; the index is published, but something could not be "
               "read; a file failed the check"},
              {"2", "usage error"},
-             {"3", "the index could not be published, or its folder could not be read"}}}}};
+             {"3", "the index could not be published, or its folder could not be read"}}},
+           {"An interrupted index is terminated by the signal, which a shell reports as 128 plus "
+            "the signal number: 130 for SIGINT."}}};
 }
 
 Command indexCommand(IndexOptions& options) {

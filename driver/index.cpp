@@ -9,6 +9,7 @@
 
 #include "driver/commands.h"
 #include "driver/index_summary.h"
+#include "driver/interrupts.h"
 #include "driver/json_text.h"
 #include "driver/progress.h"
 #include "driver/publication.h"
@@ -124,10 +125,15 @@ int fail(const std::string& words) {
 
 int runIndex(const IndexOptions& options) {
   const auto start = std::chrono::steady_clock::now();
-  const Publication publication(options.output);
+  Publication publication(options.output);
   if (const auto refusal = refusalOf(options, publication)) return fail(*refusal);
 
   Progress progress(!options.quiet);
+  const Interrupts interrupts([&] {
+    const std::string erased(progress.stop());
+    if (publication.abandon()) return;
+    tellIfPossible(erased + "quen-io: interrupted, no index published\n");
+  });
   Index index = indexOf(options, progress);
   const IndexSummary& summary = index.summary;
   if (summary.entries() == 1 && !index.rootError.empty()) {

@@ -54,7 +54,7 @@ Progress::Progress(bool isWanted) : terminal_(isWanted && takesEscapes(std::cerr
 
 void Progress::show(std::size_t entries, std::int64_t bytes, std::string_view where) {
   const Clock::time_point now = Clock::now();
-  if (!terminal_ || now < next_) return;
+  if (!terminal_ || stopped_ || now < next_) return;
 
   next_ = now + kInterval;
   shown_ = true;
@@ -66,6 +66,11 @@ void Progress::show(std::size_t entries, std::int64_t bytes, std::string_view wh
 void Progress::erase() {
   if (shown_) std::cerr << kEraseLine << std::flush;
   shown_ = false;
+}
+
+std::string_view Progress::stop() {
+  stopped_ = true;
+  return shown_ ? kEraseLine : "";
 }
 
 }  // namespace quen::driver

@@ -2,6 +2,7 @@
 // standard error is a terminal with escape sequences.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <string_view>
@@ -19,11 +20,16 @@ class Progress {
 
   void erase();
 
+  // Called from another thread before the process terminates. Disables further updates and returns
+  // the escape sequence that erases the line, to be printed before the last message.
+  std::string_view stop();
+
  private:
   using Clock = std::chrono::steady_clock;
 
   bool terminal_;
-  bool shown_ = false;
+  std::atomic<bool> shown_ = false;
+  std::atomic<bool> stopped_ = false;
   Clock::time_point next_ = Clock::now();
 };
 

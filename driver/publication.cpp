@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <iostream>
 #include <system_error>
@@ -17,6 +18,10 @@ namespace quen::driver {
 namespace {
 
 constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
+
+// The module names its temporary files TARGET.tmp-N and counts from 1 in each process; the driver
+// publishes only once.
+std::string temporaryOf(const std::string& path) { return path + ".tmp-1"; }
 
 // Sets the umask so that the module creates its temporary file with the permissions of the file
 // that it replaces; otherwise a private index would be readable by others for a moment. open(2)
@@ -63,18 +68,30 @@ std::optional<std::string> Publication::refusal() const {
   return "not a regular file: " + inQuotes(path_);
 }
 
-std::optional<std::string> Publication::publish(const std::string& contents) const {
+std::optional<std::string> Publication::publish(const std::string& contents) {
   if (isStandardOutput()) {
     std::cout << contents;
     return std::nullopt;  // main reports lost output at exit
   }
+  const std::lock_guard lock(publishing_);
   const KeptPermissions permissions(path_);
   quen_data_internal_DocumentIndexStore__writeAtomic(path_.c_str(), contents.c_str());
   if (const auto raised = small::takeException()) {
     return inQuotes(path_) + ": " + escaped(raised->message) + reasonFor(path_);
   }
   permissions.giveBack();
+  published_ = true;
   return std::nullopt;
+}
+
+bool Publication::abandon() {
+  constexpr std::chrono::milliseconds kMoment(300);
+  std::unique_lock lock(publishing_, kMoment);
+  if (lock.owns_lock()) {
+    lock.release();  // stays locked, so that no publication can start
+    return published_;
+  }
+  return unlink(temporaryOf(path_).c_str()) != 0;  // fails if the file was already renamed
 }
 
 }  // namespace quen::driver

@@ -1,6 +1,7 @@
 // The output of an index: standard output, or a file that is replaced atomically.
 #pragma once
 
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -19,10 +20,16 @@ class Publication {
 
   // Publishes the contents with the permissions of the file that they replace. Returns the reason
   // of a failure, after which the older file is unchanged.
-  std::optional<std::string> publish(const std::string& contents) const;
+  std::optional<std::string> publish(const std::string& contents);
+
+  // Called from another thread before the process terminates. Waits a short time for a publication
+  // in progress, then removes its temporary file. Returns whether the contents were published.
+  bool abandon();
 
  private:
   std::string path_;
+  std::timed_mutex publishing_;
+  bool published_ = false;
 };
 
 }  // namespace quen::driver

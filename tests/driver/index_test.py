@@ -1,12 +1,16 @@
 """quen-io index: the published index, the messages, and errors of single entries."""
 
+import glob
 import json
 import os
 import re
 import resource
+import shlex
 import shutil
+import signal
 import subprocess
 import unittest
+from pathlib import Path
 
 import hostile_tree
 from support import (
@@ -583,6 +587,105 @@ class Failures(IndexTest):
         umask = os.umask(0)
         os.umask(umask)
         self.assertEqual(self.output.stat().st_mode & 0o777, 0o666 & ~umask)
+
+
+class Interrupts(IndexTest):
+    """The signal terminates the process, so that a shell ends its loop, and no partial index is left."""
+
+    SAID = b"quen-io: interrupted, no index published\n"
+
+    def setUp(self):
+        super().setUp()
+        self.output.write_text("old")
+        self.slow = self.file("tree/slow", b"x")
+        self.command = [DRIVER, "index", self.tree, "-o", self.output]
+
+    def blocked(self, path=None):
+        """The environment in which reading or writing the file blocks or never ends."""
+        return on_a_terminal(
+            LD_PRELOAD=os.environ["QUEN_IO_BLOCKING_CALLS"],
+            QUEN_IO_BLOCKED=str(path or self.slow),
+            ASAN_OPTIONS="verify_asan_link_order=0",
+        )
+
+    def start(self, **options):
+        return subprocess.Popen(
+            self.command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **{"env": self.blocked(), **options}
+        )
+
+    def process_with(self, path):
+        """Starts the driver and waits until it has opened the file."""
+        for _ in range(100_000):
+            for link in glob.glob("/proc/[0-9]*/fd/*"):
+                try:
+                    if os.readlink(link) == str(path):
+                        return int(link.split("/")[2])
+                except OSError:  # closed meanwhile, or of another process
+                    pass
+        raise AssertionError(f"nobody opens {path}")
+
+    def assert_whole(self):
+        self.assertEqual(self.output.read_text(), "old")
+        self.assertEqual(sorted(os.listdir(self.scratch)), ["index.jsonl", "tree"])
+
+    def test_ends_within_a_file_and_publishes_nothing(self):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(number), self.start() as process:
+                os.kill(self.process_with(self.slow), number)
+                self.assertEqual(process.communicate(timeout=60), (b"", self.SAID))
+                self.assertEqual(process.returncode, -number)
+                self.assert_whole()
+
+    def test_ends_within_a_publication_and_removes_its_temporary(self):
+        temporary = Path(f"{self.output}.tmp-1")
+        with self.start(env=self.blocked(temporary)) as process:
+            os.kill(self.process_with(temporary), signal.SIGINT)
+            self.assertEqual(process.communicate(timeout=60), (b"", self.SAID))
+        self.assertEqual(process.returncode, -signal.SIGINT)
+        self.assert_whole()
+
+    def test_ends_a_loop_of_the_shell(self):
+        words = shlex.join(map(str, self.command))
+        with subprocess.Popen(
+            ["bash", "-c", f"for i in 1 2; do {words}; echo next; done"],
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            start_new_session=True,
+            env=self.blocked(),
+        ) as shell:
+            self.process_with(self.slow)
+            os.killpg(shell.pid, signal.SIGINT)  # as the terminal does
+            self.assertEqual(shell.communicate(timeout=60), (b"", self.SAID))
+        self.assertEqual(shell.returncode, -signal.SIGINT)
+
+    def test_a_terminal_is_told_in_place_of_the_progress(self):
+        with Terminal(
+            command=self.command, streams={"stdout": subprocess.DEVNULL}, env=self.blocked()
+        ) as terminal:
+            terminal.wait_for(b"1 entries")
+            os.kill(self.process_with(self.slow), signal.SIGINT)
+            self.assertEqual(terminal.finish(), -signal.SIGINT)
+        self.assertTrue(terminal.shown.endswith(ERASE_LINE + self.SAID.replace(b"\n", b"\r\n")))
+
+    def test_a_stopped_terminal_keeps_nothing_from_ending(self):
+        with Terminal(command=self.command, held=True, env=self.blocked()) as terminal:
+            os.kill(self.process_with(self.slow), signal.SIGTERM)
+            self.assertEqual(terminal.process.wait(timeout=60), -signal.SIGTERM)
+        self.assert_whole()
+
+    def test_a_signal_that_is_ignored_stays_so(self):
+        with self.start(preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN)) as process:
+            pid = self.process_with(self.slow)
+            status = Path(f"/proc/{pid}/status").read_text()
+            os.kill(pid, signal.SIGINT)
+            process.communicate(timeout=60)
+        self.assertEqual(process.returncode, -signal.SIGINT)
+        ignored, caught = (
+            int(re.search(rf"{name}:\s*(\w+)", status)[1], 16) for name in ("SigIgn", "SigCgt")
+        )
+        self.assertTrue(ignored >> (signal.SIGHUP - 1) & 1)
+        self.assertFalse(caught >> (signal.SIGHUP - 1) & 1)
+        self.assertTrue(caught >> (signal.SIGINT - 1) & 1)
 
 
 class Memory(IndexTest):
