@@ -9,6 +9,7 @@
 #include "driver/command_line.h"
 #include "driver/command_table.h"
 #include "driver/commands.h"
+#include "driver/standard_descriptors.h"
 #include "driver/text.h"
 #include "driver/values.h"
 
@@ -39,6 +40,7 @@ void complain(const std::string& words) {
 
 int main(int argc, char** argv) {
   using namespace quen::driver;
+  if (!holdStandardDescriptors()) return kRaised;
   int status = kUsage;
   try {
     status = run(argc, argv);

@@ -149,6 +149,11 @@ class StandardInput(DriverTest):
             ours.shutdown(socket.SHUT_WR)
             self.assert_fails_with(b"-: File is not valid UTF-8 at byte 0\n", stdin=theirs)
 
+    def test_that_cannot_be_read_fails_with_the_reason(self):
+        self.assert_fails_with(
+            b"-: Cannot read standard input: Bad file descriptor\n", preexec_fn=lambda: os.close(0)
+        )
+
 
 class Lists(DriverTest):
     def setUp(self):
