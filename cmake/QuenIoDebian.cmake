@@ -60,6 +60,7 @@ pkg-config files.")
 set(CPACK_DEBIAN_DRIVER_PACKAGE_NAME quen-io)
 set(CPACK_DEBIAN_DRIVER_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_DRIVER_PACKAGE_DEPENDS "${runtime_package} (>= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DRIVER_PACKAGE_RECOMMENDS strace)  # for call --system-calls
 set(CPACK_DEBIAN_DRIVER_DESCRIPTION "file-system and file-I/O library of Quen, command line
 Calls any function of the library, once or in an interactive shell, writes an
 index of a folder tree, and lists files that are not valid UTF-8.")

@@ -10,6 +10,7 @@
 
 #include "driver/commands.h"
 #include "driver/results.h"
+#include "driver/system_calls.h"
 #include "driver/terminal.h"
 #include "driver/text.h"
 #include "runtime/recording/recording.h"
@@ -35,11 +36,34 @@ Json toJson(const EntryPoint& entry, const Outcome& outcome) {
   return json;
 }
 
+Json toJson(const SystemCall& each) {
+  Json json = {{"call", escaped(each.call)}, {"returned", each.returned}};
+  if (!each.error.empty()) {
+    json["error"] = each.error;
+    json["reason"] = each.reason;
+  }
+  return json;
+}
+
 void printJson(const EntryPoint& entry, const Outcome& outcome,
-               const std::vector<std::string>& trace) {
+               const std::vector<std::string>& trace,
+               const std::optional<std::vector<SystemCall>>& systemCalls) {
   Json json = toJson(entry, outcome);
   for (const std::string& call : trace) json["trace"].push_back(escaped(call));
+  if (systemCalls) {
+    json["system_calls"] = Json::array();
+    for (const SystemCall& each : *systemCalls) json["system_calls"].push_back(toJson(each));
+  }
   std::cout << toLine(json) << '\n';
+}
+
+// Failed calls are highlighted.
+void printSystemCalls(const std::vector<SystemCall>& calls) {
+  if (calls.empty()) std::cerr << styled(std::cerr, Style::kDim, "(no system calls)") << '\n';
+  for (const SystemCall& each : calls) {
+    const Style style = each.error.empty() ? Style::kDim : Style::kFailure;
+    std::cerr << styled(std::cerr, style, escaped(describe(each))) << '\n';
+  }
 }
 
 }  // namespace
@@ -59,6 +83,7 @@ Outcome callEntryPoint(const EntryPoint& entry, const std::vector<std::string>& 
 
   Outcome outcome;
   try {
+    const SystemCallMarks marks;
     outcome.result = entry.function(arguments);
     outcome.raised = small::takeException();
   } catch (const std::exception& error) {  // std::length_error or std::bad_alloc
@@ -110,18 +135,22 @@ void print(const Outcome& outcome) {
 int runCall(const CallOptions& options) {
   const small::Scope scope;
   const EntryPoint& entry = findEntryPoint(options.entry);
+  if (options.systemCalls) runUnderStrace();
   Outcome outcome;
   std::vector<std::string> trace;
+  std::optional<std::vector<SystemCall>> systemCalls;
   {
     std::optional<recording::Recorder> recorder;
     if (options.trace) recorder.emplace();
     outcome = callEntryPoint(entry, options.arguments);
     if (recorder) trace = recorder->calls();
   }
+  if (options.systemCalls) systemCalls = systemCallsSoFar();
   if (options.json) {
-    printJson(entry, outcome, trace);
+    printJson(entry, outcome, trace, systemCalls);
   } else {
     printTrace(trace);
+    if (systemCalls) printSystemCalls(*systemCalls);
     print(outcome);
   }
   return outcome.raised ? kRaised : kDone;

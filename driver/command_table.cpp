@@ -73,6 +73,9 @@ Command callCommand(CallOptions& options) {
       {{"A result is one line, a list one line for each element. An exception is one line on "
         "standard error, and the exit status is 1. --trace first prints on standard error the "
         "runtime operations that the entry point calls, in order, with arguments and results."},
+       {"--system-calls prints on standard error the system calls that the entry point made, "
+        "except those that allocate memory, each with its result or its error. It runs strace, "
+        "which has to be installed and permitted to trace."},
        {"Options come before ENTRY: every word after it is an argument, even if it begins with a "
         "dash."}}};
   return {
@@ -81,7 +84,9 @@ Command callCommand(CallOptions& options) {
       {{"ENTRY", true, "The name of the entry point", &options.entry},
        {"ARG", false, "An argument for each parameter", &options.arguments}},
       {{"--json", "", "Print one JSON object instead of text", &options.json},
-       {"--trace", "", "Show the runtime operations that the entry point calls", &options.trace}},
+       {"--trace", "", "Show the runtime operations that the entry point calls", &options.trace},
+       {"--system-calls", "", "Show the system calls that it makes, with results and errors",
+        &options.systemCalls}},
       {about, argumentsHelp(), namesHelp(), exitStatus()},
       [&options] { return runCall(options); },
       OptionOrder::kBeforeOperands};

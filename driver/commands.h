@@ -31,6 +31,7 @@ struct CallOptions {
   std::vector<std::string> arguments;
   bool json = false;
   bool trace = false;
+  bool systemCalls = false;
 };
 
 struct CheckOptions {
