@@ -1,5 +1,5 @@
-// What the fuzz targets share: the input taken apart, and the end of the process where something
-// does not hold.
+// Shared by the fuzz targets: decoding of the input, and assertions that abort the process so that
+// libFuzzer records the input as a crash.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@
 
 namespace quen::fuzz {
 
-// Ends the process, with what was expected and what came instead.
+// Aborts with the actual and the expected value unless the condition holds.
 inline void require(bool holds, std::string_view what, const std::string& got = "",
                     const std::string& wanted = "") {
   if (holds) return;
@@ -33,7 +33,7 @@ inline std::string raised() {
   return exception ? exception->className + ": " + exception->message : "";
 }
 
-// Hands the input out from the front; zeros and empty texts when it is used up.
+// Consumes the input from the front; returns zeros and empty texts at its end.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size)
@@ -47,7 +47,7 @@ class Input {
     return value;
   }
 
-  // Up to the next NUL, so that C texts can hold it.
+  // Up to the next NUL, so that it can be passed as a C string.
   std::string text() {
     const std::size_t end = rest_.find('\0');
     std::string text(rest_.substr(0, end));

@@ -1,43 +1,26 @@
-// The guard of recursive removal against its description. Nothing is removed here.
+// The guard of recursive removal against its plain form. Nothing is removed here.
 
-#include <algorithm>
 #include <filesystem>
-#include <system_error>
 
 #include "fuzz/fuzz.h"
-#include "quen/io/entry_points.h"
+#include "fuzz/judged.h"
 
 namespace fs = std::filesystem;
 using namespace quen::fuzz;
-
-namespace {
-
-constexpr const char* kHome = "/usr/share";  // a folder that every machine has
-
-bool spellsParentStep(std::string text) {
-  std::replace(text.begin(), text.end(), '\\', '/');
-  return ('/' + text + '/').find("/../") != std::string::npos;
-}
-
-bool shouldBeUnsafe(const std::string& text) {
-  if (text.empty() || spellsParentStep(text)) return true;
-  std::error_code error;
-  const fs::path absolute = fs::absolute(text, error);
-  if (error) return true;
-  const fs::path candidate = absolute.lexically_normal();
-  if (candidate.relative_path().empty() || candidate == fs::weakly_canonical(kHome)) return true;
-  const fs::path canonical = fs::weakly_canonical(candidate, error);
-  return !error && canonical == fs::weakly_canonical(kHome);
-}
-
-}  // namespace
+using namespace quen::differential;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const bool isSet =
-      setenv("HOME", kHome, 1) == 0 && unsetenv("QUEN_HOME") == 0 && chdir("/usr") == 0;
-  require(isSet, "environment");
-  const std::string text = Input(data, size).text();
-  require(Quen_isUnsafeRecursiveDeletePath(text.c_str()) == shouldBeUnsafe(text), "guard", text);
-  requireSame("raised", raised(), "");
+  // The home folders, and links to them.
+  static const bool arranged = [] {
+    judge().inBoth([](const fs::path& folder) {
+      fs::create_directories(folder / "home/below");
+      fs::create_directories(folder / "quen/home");
+      fs::create_symlink("home", folder / "link");
+      fs::create_symlink("quen", folder / "q");
+    });
+    return true;
+  }();
+  require(arranged, "folders");
+  requireSameCall("Quen_isUnsafeRecursiveDeletePath", {text(Input(data, size).text())});
   return 0;
 }
