@@ -1,8 +1,7 @@
-"""Counts that do not depend on the machine's mood: instructions, system calls and allocations of one
-call of the module.
+"""Reproducible costs of one call of the module: instructions, system calls and allocations.
 
-Each is the difference between a run of many calls and a run of half as many, by which the start of the
-process falls out.
+Each is the difference between a run of many calls and a run of half as many, which cancels the costs of
+starting the process.
 """
 
 import pathlib
@@ -10,16 +9,18 @@ import re
 import subprocess
 import tempfile
 
-import contestants
+import implementations
 
-MODULE = contestants.BUILD / "bench" / "contestant_module"
+MODULE = implementations.BUILD / "bench" / "bench_module"
 
 
 def counts_of(workload):
     calls = 2 * max(1, min(workload.iterations, 2000))
-    return {"instructions": per_call(instructions, workload, calls),
-            "system calls": per_call(system_calls, workload, calls),
-            "allocations": per_call(allocations, workload, calls)}
+    return {
+        "instructions": per_call(instructions, workload, calls),
+        "system calls": per_call(system_calls, workload, calls),
+        "allocations": per_call(allocations, workload, calls),
+    }
 
 
 def per_call(count, workload, calls):
@@ -35,7 +36,7 @@ def allocations(line):
 
 
 def instructions(line):
-    """What valgrind's callgrind counts, on a processor without the widest instructions."""
+    """Counted by valgrind's callgrind, which emulates a processor without AVX-512."""
     with tempfile.TemporaryDirectory() as folder:
         output = run(["valgrind", "--tool=callgrind", f"--callgrind-out-file={folder}/out", MODULE], line)
     return int(re.search(r"Collected : (\d+)", output.stderr).group(1))
@@ -45,9 +46,11 @@ def system_calls(line):
     with tempfile.TemporaryDirectory() as folder:
         trace = pathlib.Path(folder, "trace")
         run(["strace", "-f", "-qq", "-o", trace, MODULE], line)
-        # Memory is got from the system for several calls at once, and freed when it likes.
-        return sum(not re.search(r" (brk|mmap|munmap|madvise|futex|\+\+\+)", row)
-                   for row in trace.read_text(errors="replace").splitlines())
+        # malloc requests memory for several calls at once, so these calls cannot be attributed to one call.
+        return sum(
+            not re.search(r" (brk|mmap|munmap|madvise|futex|\+\+\+)", row)
+            for row in trace.read_text(errors="replace").splitlines()
+        )
 
 
 def run(command, line):

@@ -1,24 +1,27 @@
-"""The data that all contestants work on: made once, the same for everybody, from fixed seeds."""
+"""The data of the benchmark: created once from fixed seeds, the same for all implementations."""
 
-import os
 import pathlib
 import random
 
-# A character of each text, from a random number.
+# The characters of each alphabet, by a random number.
 ALPHABETS = {
     "ascii": lambda r: chr(97 + r % 26),
     "accents": lambda r: chr(0xE0 + r // 20 % 30) if r % 20 == 0 else chr(97 + r % 26),
     "cyrillic": lambda r: " " if r % 6 == 0 else chr(0x410 + r % 64),
     "chinese": lambda r: chr(0x4E00 + r % 20000),
     "emoji": lambda r: chr(0x1F300 + r % 700),
-    "mixed": lambda r: (chr(97 + r // 4 % 26), chr(0x410 + r // 4 % 64), chr(0x4E00 + r // 4 % 20000),
-                        chr(0x1F300 + r // 4 % 700))[r % 4],
+    "mixed": lambda r: (
+        chr(97 + r // 4 % 26),
+        chr(0x410 + r // 4 % 64),
+        chr(0x4E00 + r // 4 % 20000),
+        chr(0x1F300 + r // 4 % 700),
+    )[r % 4],
 }
 PATHS = 20_000
 
 
 def text_file(folder, alphabet, size):
-    """A file of that many bytes of well-formed text."""
+    """A file of the given size with well-formed text."""
     path = folder / f"{alphabet}-{size}.txt"
     if not path.exists():
         numbers = random.Random(1)
@@ -30,37 +33,35 @@ def text_file(folder, alphabet, size):
 
 
 def path_files(folder):
-    """Real paths of this machine, one a line: in normal form, and the same with detours."""
+    """Two files with real paths, one per line: in normal form, and with redundant segments. bench/paths.txt
+    holds files of a small Debian 12 below /usr, so that the counts of a call are the same on every machine.
+    """
     normal, detours = folder / "paths-normal.txt", folder / "paths-detours.txt"
     if not normal.exists():
-        found = []
-        for parent, folders, files in os.walk("/usr"):
-            folders.sort()
-            found += [f"{parent}/{name}" for name in sorted(files) if name.isascii()]
-            if len(found) >= PATHS:
-                break
+        kept = pathlib.Path(__file__).with_name("paths.txt").read_text().splitlines()
+        found = [kept[number % len(kept)] for number in range(PATHS)]
         numbers = random.Random(2)
-        normal.write_text("".join(f"{path}\n" for path in found[:PATHS]))
-        detours.write_text("".join(f"{detour(path, numbers)}\n" for path in found[:PATHS]))
+        normal.write_text("".join(f"{path}\n" for path in found))
+        detours.write_text("".join(f"{detour(path, numbers)}\n" for path in found))
     return normal, detours
 
 
 def path_of_length(folder, length):
-    """A thousand times the same path in normal form, with an element for every eight bytes."""
+    """A thousand lines with the same normal path, which has a segment every eight bytes."""
     path = folder / f"path-{length}.txt"
     path.write_text(("/element" * (length // 8) + "\n") * 1000)
     return path
 
 
 def detour(path, numbers):
-    """The path with one more step in it that its normal form does without."""
+    """The path with one redundant segment."""
     steps = path.split("/")
     steps.insert(numbers.randrange(2, len(steps) + 1), numbers.choice([".", "", "aside/..", "./."]))
     return "/".join(steps)
 
 
 def listing(folder, entries):
-    """A folder with that many empty files."""
+    """A folder with the given number of empty files."""
     path = folder / f"listing-{entries}"
     if not path.exists():
         path.mkdir()
@@ -70,7 +71,7 @@ def listing(folder, entries):
 
 
 def tree(folder, files):
-    """A tree of that many small text files, a hundred in each folder."""
+    """A tree with the given number of small text files, a hundred in each folder."""
     path = folder / f"tree-{files}"
     if not path.exists():
         for number in range(files):
@@ -82,14 +83,14 @@ def tree(folder, files):
 
 
 def scratch(folder, name):
-    """A place for what contestants write."""
+    """A path that implementations write to."""
     path = pathlib.Path(folder) / "scratch"
     path.mkdir(exist_ok=True)
     return path / name
 
 
 def null_files(folder):
-    """A name for files, one a thread, that are the null device."""
+    """The common prefix of links to /dev/null, one per thread."""
     name = scratch(folder, "null")
     for thread in range(8):
         link = pathlib.Path(f"{name}.{thread}")

@@ -1,9 +1,10 @@
 #!/usr/bin/python3
-"""The index of a folder by an equal walk in Python, as JSON Lines: index_in_python.py FOLDER OUTPUT
+"""Writes the same index of a folder as quen-io, in Python, as JSON Lines.
 
-It is the walk that the driver's index is tested against, entry for entry.
+The driver's index is tested against this walk, entry for entry.
 """
 
+import argparse
 import json
 import os
 import pathlib
@@ -13,7 +14,18 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "
 
 import index_agreement_test
 
-with open(sys.argv[2], "w", encoding="utf-8") as output:
-    for entry in index_agreement_test.entries(os.fsencode(sys.argv[1])):
-        entry["path"] = entry["path"].decode(errors="replace")
-        output.write(json.dumps(entry) + "\n")
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
+    parser.add_argument("folder")
+    parser.add_argument("output", type=pathlib.Path)
+    options = parser.parse_args()
+    with options.output.open("w", encoding="utf-8") as output:
+        for entry in index_agreement_test.entries(os.fsencode(options.folder)):
+            for key in {"path", "target"} & set(entry):
+                entry[key] = entry[key].decode(errors="replace")
+            output.write(json.dumps(entry) + "\n")
+
+
+if __name__ == "__main__":
+    main()

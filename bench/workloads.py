@@ -1,4 +1,4 @@
-"""The workloads: what is asked of every contestant, and what the module is to reach."""
+"""The workloads of the benchmark, and the targets of the module."""
 
 import dataclasses
 import os
@@ -13,16 +13,16 @@ class Workload:
     arguments: list
     iterations: int
     rounds: int
-    # What the module is to reach: the contestant compared with, and the highest ratio to its time.
+    # Targets: the implementation to compare with, and the highest accepted ratio to its time.
     targets: dict = dataclasses.field(default_factory=dict)
     curve: tuple | None = None  # the growth curve it is a point of, and its size there
 
-    def operation_of(self, contestant):
-        return "utf8_simd" if self.operation == "utf8" and contestant == "rust" else self.operation
+    def operation_of(self, implementation):
+        return "utf8_simd" if self.operation == "utf8" and implementation == "rust" else self.operation
 
 
 KIB, MIB = 1 << 10, 1 << 20
-# The highest ratio to the time of the SIMD validator.
+# The highest accepted ratios to the time of the SIMD validator.
 SIMD = {"ascii": 1.0, "accents": 0.85, "cyrillic": 0.85, "chinese": 1.15, "emoji": 1.35, "mixed": 1.35}
 OTHERS = ["rust", "go", "node", "python", "java"]
 
@@ -52,10 +52,15 @@ def validation(folder, quick):
                 targets["rust"] = limit
             elif size >= 256:
                 targets["rust"] = 2.3
-            yield Workload(f"validate {size_name(size)} {alphabet}", "utf8",
-                           [data.text_file(folder, alphabet, size)],
-                           max(1, 256 * KIB // size), 25 if size < MIB else 9, targets,
-                           curve=(f"validate {alphabet}", size))
+            yield Workload(
+                f"validate {size_name(size)} {alphabet}",
+                "utf8",
+                [data.text_file(folder, alphabet, size)],
+                max(1, 256 * KIB // size),
+                25 if size < MIB else 9,
+                targets,
+                curve=(f"validate {alphabet}", size),
+            )
 
 
 def whole_files(folder, quick):
@@ -66,10 +71,15 @@ def whole_files(folder, quick):
         if size >= 64 * KIB:
             targets |= {other: 0.5 for other in OTHERS}
         for alphabet in ["ascii", "chinese"]:
-            yield Workload(f"read {size_name(size)} {alphabet}", "read_text",
-                           [data.text_file(folder, alphabet, size)], max(1, MIB // size // 4),
-                           25 if size < MIB else 9 if size < 100 * MIB else 5, targets,
-                           curve=(f"read whole, {alphabet}", size))
+            yield Workload(
+                f"read {size_name(size)} {alphabet}",
+                "read_text",
+                [data.text_file(folder, alphabet, size)],
+                max(1, MIB // size // 4),
+                25 if size < MIB else 9 if size < 100 * MIB else 5,
+                targets,
+                curve=(f"read whole, {alphabet}", size),
+            )
 
 
 def parts_of_files(folder):
@@ -82,52 +92,87 @@ def paths(folder):
     normal, detours = data.path_files(folder)
     ahead = {"boost": 1.0, "node": 1.0, "python": 1.0}
     for name, operation, lines, targets in [
-            ("normalize, normal already", "normalize", normal, {"plain": 0.35} | ahead),
-            ("normalize, with detours", "normalize", detours, {"plain": 0.65} | ahead),
-            ("normalize objects", "normalize_object", normal, {"plain": 0.35}),
-            ("parent", "parent", normal, {"plain": 0.55} | ahead),
-            ("resolve", "resolve", normal, {"plain": 0.55} | ahead),
-            ("isNormalized", "is_normalized", normal, {"plain": 0.3}),
-            ("name", "name", normal, {"plain": 1.0}),
-            ("extension", "extension", normal, {"plain": 1.0})]:
+        ("normalize, normal already", "normalize", normal, {"plain": 0.35} | ahead),
+        ("normalize, with detours", "normalize", detours, {"plain": 0.65} | ahead),
+        ("normalize objects", "normalize_object", normal, {"plain": 0.35}),
+        ("parent", "parent", normal, {"plain": 0.55} | ahead),
+        ("resolve", "resolve", normal, {"plain": 0.55} | ahead),
+        ("isNormalized", "is_normalized", normal, {"plain": 0.3}),
+        ("name", "name", normal, {"plain": 1.0}),
+        ("extension", "extension", normal, {"plain": 1.0}),
+    ]:
         yield Workload(name, operation, [lines], 1, 15, targets)
 
 
 def writing(folder, quick):
-    # A device that takes everything shows what the handle costs, and a file what is written to.
+    # /dev/null shows the cost of the handle, a file that of writing.
     null, file = data.null_files(folder), data.scratch(folder, "written")
-    for size, threads, times, limit in [(64, 1, 200_000, 0.8), (64, 2, 200_000, 0.85),
-                                        (KIB, 1, 50_000, 0.45), (64 * KIB, 1, 5000, 1.0)]:
+    for size, threads, times, limit in [
+        (64, 1, 200_000, 0.8),
+        (64, 2, 200_000, 0.85),
+        (KIB, 1, 50_000, 0.45),
+        (64 * KIB, 1, 5000, 1.0),
+    ]:
         name = f"write {size_name(size)}" + (", two threads" if threads == 2 else "")
         yield Workload(name, "write", [null, size, threads], times, 15, {"plain": limit})
         yield Workload(name + ", to a file", "write", [file, size, threads], times // 10, 9)
-    yield Workload("publish 4 KiB", "publish", [data.scratch(folder, "index"), 4 * KIB], 100, 25,
-                   {"limit": 1.1})
+    yield Workload(
+        "publish 4 KiB", "publish", [data.scratch(folder, "index"), 4 * KIB], 100, 25, {"limit": 1.1}
+    )
 
 
 def folders(folder, quick):
     for entries in [10, 1000, 100_000]:
         if quick and entries > 1000:
             continue
-        yield Workload(f"list {entries:,} entries", "list", [data.listing(folder, entries)],
-                       max(1, 1000 // entries), 25 if entries < 100_000 else 5,
-                       {"limit": 1.65, "go": 1.0, "node": 1.0, "python": 1.0},
-                       curve=("list", entries))
+        yield Workload(
+            f"list {entries:,} entries",
+            "list",
+            [data.listing(folder, entries)],
+            max(1, 1000 // entries),
+            25 if entries < 100_000 else 5,
+            {"limit": 1.65, "go": 1.0, "node": 1.0, "python": 1.0},
+            curve=("list", entries),
+        )
     files = 2000 if quick else 20_000
-    yield Workload(f"remove {files:,} files", "remove_tree",
-                   [data.scratch(folder, f"removed-{os.getpid()}"), files], 1, 5, {"limit": 1.1})
+    yield Workload(
+        f"remove {files:,} files",
+        "remove_tree",
+        [data.scratch(folder, f"removed-{os.getpid()}"), files],
+        1,
+        5,
+        {"limit": 1.1},
+    )
     yield Workload("guard", "guard", [data.scratch(folder, "removed")], 1000, 9)
 
 
 def growth(folder):
-    """What has no target of its own, and is there to show how its cost grows."""
+    """Workloads without targets, which show how costs grow with size."""
     for length in [16, 64, 256, KIB, 4 * KIB]:
-        yield Workload(f"normalize a path of {length} bytes", "normalize",
-                       [data.path_of_length(folder, length)], 1, 15, curve=("normalize", length))
+        yield Workload(
+            f"normalize a path of {length} bytes",
+            "normalize",
+            [data.path_of_length(folder, length)],
+            1,
+            15,
+            curve=("normalize", length),
+        )
     null = data.null_files(folder)
     for handles in [0, 10, 100, 900]:
-        yield Workload(f"write 64 B among {handles} handles", "write_among", [null, 64, 1, handles],
-                       200_000, 9, curve=("write among open handles", handles + 1))
+        yield Workload(
+            f"write 64 B among {handles} handles",
+            "write_among",
+            [null, 64, 1, handles],
+            200_000,
+            9,
+            curve=("write among open handles", handles + 1),
+        )
     for threads in [1, 2, 4, 8]:
-        yield Workload(f"write 64 B, {threads} threads", "write_among", [null, 64, threads, 0],
-                       100_000, 9, curve=("write on threads", threads))
+        yield Workload(
+            f"write 64 B, {threads} threads",
+            "write_among",
+            [null, 64, threads, 0],
+            100_000,
+            9,
+            curve=("write on threads", threads),
+        )

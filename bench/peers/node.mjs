@@ -1,4 +1,4 @@
-// Benchmark contestant: answers file and path workloads with Node's built-in modules.
+// Benchmark implementation: answers file and path workloads with Node's built-in modules.
 // Requests and answers are lines on standard input and output.
 
 import { isUtf8 } from 'node:buffer';
@@ -30,7 +30,7 @@ function timedPaths(count, file, operation) {
   });
 }
 
-// Decoding alone would replace what is malformed.
+// Decoding would replace malformed sequences instead of reporting them.
 function text(bytes) {
   if (!isUtf8(bytes)) throw new Error('invalid UTF-8');
   return bytes.toString('utf8');
@@ -47,7 +47,7 @@ function read(file, buffer, position) {
   return buffer;
 }
 
-// The synchronous file functions have no buffer: each text is one system call.
+// The synchronous file functions do not buffer: each text is one system call.
 function writeUnbuffered(file, content, times) {
   const handle = fs.openSync(file, 'w');
   try {

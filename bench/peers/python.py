@@ -1,4 +1,4 @@
-# Benchmark contestant: answers file and path workloads with Python's standard library.
+# Benchmark implementation: answers file and path workloads with Python's standard library.
 # Requests and answers are lines on standard input and output.
 
 import os

@@ -1,4 +1,4 @@
-// Benchmark contestant: answers file and path workloads with Rust's standard library.
+// Benchmark implementation: answers file and path workloads with Rust's standard library.
 // Built with `--cfg simdutf8` it also answers `utf8_simd` with the simdutf8 crate.
 
 use std::collections::HashMap;
@@ -32,7 +32,7 @@ fn load_lines<'a>(cache: &'a mut Cache, file: &str) -> Result<Vec<&'a str>> {
     Ok(text.strip_suffix('\n').unwrap_or(text).split('\n').collect())
 }
 
-/// Hides from the optimizer that the value is the same in every iteration.
+/// Prevents the optimizer from hoisting the work out of the loop.
 fn opaque<T: Copy>(value: T) -> T {
     unsafe { std::ptr::read_volatile(&value) }
 }

@@ -1,13 +1,13 @@
 #!/usr/bin/python3
-"""Draws the course of a long run: plot.py LOAD.csv PLOT.svg"""
+"""Draws calls, memory and descriptors of a long run over time: plot.py LOAD.csv PLOT.png"""
 
 import csv
+import pathlib
 import sys
 
-import matplotlib
+sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "bench"))
 
-matplotlib.use("svg")
-import matplotlib.pyplot as plt
+from plots import plt, save
 
 rows = list(csv.DictReader(open(sys.argv[1], encoding="utf-8")))
 seconds = [int(row["second"]) for row in rows]
@@ -16,4 +16,4 @@ for panel, column in zip(panels, ["calls", "resident KiB", "descriptors"]):
     panel.plot(seconds, [int(row[column]) for row in rows])
     panel.set(ylabel=column, ylim=(0, None))
 panels[-1].set(xlabel="seconds")
-figure.savefig(sys.argv[2], metadata={"Date": None})
+save(figure, sys.argv[2])

@@ -1,4 +1,4 @@
-// The limit: the system calls and passes over memory that nobody can do without.
+// The limit: the necessary system calls and passes over memory, and nothing else.
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/contestants/contestant.h"
+#include "bench/implementations/implementation.h"
 #include "contents/utf8.h"
 
 using namespace quen::bench;
@@ -26,7 +26,7 @@ struct Free {
 };
 using Memory = std::unique_ptr<char[], Free>;
 
-// Fresh, not zeroed, and aligned so that no copy is a slow one.
+// Not zeroed, and aligned to a cache line, which keeps copies clear of 4 KiB aliasing.
 Memory memoryOf(std::size_t size) {
   constexpr std::size_t kAlignment = 64;
   const std::size_t whole = (size / kAlignment + 1) * kAlignment;
@@ -56,19 +56,23 @@ std::uint64_t isValid(std::string_view text) {
   return quen::io::validateUtf8(text, errorOffset) ? 1U : 0U;
 }
 
-// One read into fresh memory.
-Memory readWhole(const std::string& path, std::size_t& size) {
-  const int file = openToRead(path);
-  struct stat status {};
-  require(fstat(file, &status));
-  Memory bytes = memoryOf(static_cast<std::size_t>(status.st_size));
-  size = requireSize(read(file, bytes.get(), static_cast<std::size_t>(status.st_size)));
+// One read into fresh memory, and the close.
+Memory readAndClose(int file, std::size_t limit, std::size_t& size) {
+  Memory bytes = memoryOf(limit);
+  size = requireSize(read(file, bytes.get(), limit));
   close(file);
   return bytes;
 }
 
-// Every entry but "." and ".." of the folder, and of those that the visit adds; the kernel's
-// records as they come.
+Memory readWhole(const std::string& path, std::size_t& size) {
+  const int file = openToRead(path);
+  struct stat status {};
+  require(fstat(file, &status));
+  return readAndClose(file, static_cast<std::size_t>(status.st_size), size);
+}
+
+// Visits every entry except "." and "..", recursively for the folders that `visit` adds, with
+// getdents64 and without copying its records.
 template <class Visit>
 void forEachEntry(const std::string& folder, const Visit& visit) {
   static thread_local std::vector<char> records(32 * 1024);
@@ -122,8 +126,8 @@ void removeTree(Measurement& m, const Arguments& a) {
   m.use(std::stoull(a[1]));
 }
 
-// The system calls of an index: its entry points ask for kind, link, size and time of an entry one
-// by one, by its full path, and read a file to its end.
+// The system calls of `quen-io index`: entry points query kind, link, size and time of each entry
+// separately, by its full path, and read each file to its end.
 void walk(Measurement& m, const Arguments& a) {
   std::uint64_t valid = 0;
   m.start();
@@ -166,7 +170,7 @@ void writeTexts(Measurement& m, int times, const Arguments& a) {
   m.use(text.size() * std::stoull(a[2]) * static_cast<unsigned>(times));
 }
 
-// A path has to be copied at least once.
+// A result has to be copied at least once.
 void copyLines(Measurement& m, const Arguments& a) {
   const std::vector<std::string>& lines = linesOf(a.at(0));
   std::vector<std::string> results(lines.size());
@@ -207,21 +211,20 @@ int main() {
   });
   workloads["prefix"] = repeated([](Measurement& m, const Arguments& a) {
     const std::size_t limit = std::stoul(a.at(1));
+    std::size_t size = 0;
     m.start();
-    const int file = openToRead(a.at(0));
-    const Memory bytes = memoryOf(limit);
-    m.use(requireSize(read(file, bytes.get(), limit)));
-    close(file);
+    const Memory bytes = readAndClose(openToRead(a.at(0)), limit, size);
+    m.use(size);
     m.stop();
   });
   workloads["range"] = repeated([](Measurement& m, const Arguments& a) {
     const std::size_t count = std::stoul(a.at(2));
+    std::size_t size = 0;
     m.start();
     const int file = openToRead(a.at(0));
-    const Memory bytes = memoryOf(count);
     requireSize(lseek(file, std::stoll(a.at(1)), SEEK_SET));
-    m.use(requireSize(read(file, bytes.get(), count)));
-    close(file);
+    const Memory bytes = readAndClose(file, count, size);
+    m.use(size);
     m.stop();
   });
   workloads["publish"] = repeated([](Measurement& m, const Arguments& a) {

@@ -1,4 +1,4 @@
-#include "bench/contestants/contestant.h"
+#include "bench/implementations/implementation.h"
 
 #include <atomic>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-"""The contestants as processes that answer requests, and how they are built."""
+"""Builds the implementations, and runs them as processes that answer requests."""
 
 import dataclasses
 import os
@@ -9,40 +9,45 @@ import subprocess
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 BUILD = ROOT / "build" / "bench"
 PEERS = BUILD / "peers"
-# The C library's allocator keeps what is freed, as it does in a program that has run for a while.
-# Otherwise it hands a block back to the system, and gets it anew page by page, for some sizes and not
-# for others.
+# Keeps freed memory in malloc, as in a program that has run for a while. By default glibc returns large
+# blocks to the system, depending on their size, and page faults then dominate (mallopt(3),
+# M_TRIM_THRESHOLD and M_MMAP_THRESHOLD).
 KEEP_MEMORY = {"MALLOC_TRIM_THRESHOLD_": str(1 << 30), "MALLOC_MMAP_THRESHOLD_": str(32 << 20)}
 OWN = ["module", "plain", "limit", "c_library", "boost"]
 
 
 @dataclasses.dataclass
 class Answer:
-    """What a request took: nanoseconds for all iterations, and allocations when they are counted."""
+    """The cost of a request: nanoseconds of all iterations, and allocations if they are counted."""
+
     nanoseconds: int
     allocations: int | None
 
 
-class Contestant:
-    """One process, started once, so that its start is not measured."""
+class Implementation:
+    """A process that is started once, so that its start-up is not measured."""
 
     def __init__(self, name, command, operations=None):
         self.name = name
         self.command = command
-        self.operations = operations  # none: all that it knows
+        self.operations = operations  # None: all that it supports
         self.process = None
         self.skipped = {}
 
     def ask(self, workload, iterations):
-        """The answer to a request, or None when the contestant has nothing of the kind."""
+        """The answer to a request, or None if the implementation does not support it."""
         if workload.name in self.skipped:
             return None
         if self.operations is not None and workload.operation_of(self.name) not in self.operations:
             return None
         if self.process is None:
-            self.process = subprocess.Popen(self.command, stdin=subprocess.PIPE,
-                                            stdout=subprocess.PIPE, text=True,
-                                            env=os.environ | KEEP_MEMORY)
+            self.process = subprocess.Popen(
+                self.command,
+                stdin=subprocess.PIPE,
+                stdout=subprocess.PIPE,
+                text=True,
+                env=os.environ | KEEP_MEMORY,
+            )
         fields = [workload.operation_of(self.name), iterations, *workload.arguments]
         self.process.stdin.write("\t".join(map(str, fields)) + "\n")
         self.process.stdin.flush()
@@ -53,19 +58,34 @@ class Contestant:
         return Answer(int(answer[0]), int(answer[2]) if len(answer) > 2 else None)
 
     def close(self):
-        """Ends the process; the next request starts another."""
+        """Ends the process; the next request starts a new one."""
         if self.process is not None:
             self.process.stdin.close()
             self.process.wait()
             self.process = None
 
 
-def build():
-    """Builds the contestants, and gives those that there are."""
+def build_only(*targets):
+    """Builds these targets of the implementations in C++, or all of them if none is named."""
     if not (BUILD / "build.ninja").exists():
-        run("cmake", "-S", ROOT, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-            "-DQUEN_IO_TESTS=OFF", "-DQUEN_IO_BENCH=ON")
-    run("cmake", "--build", BUILD)
+        run(
+            "cmake",
+            "-S",
+            ROOT,
+            "-B",
+            BUILD,
+            "-G",
+            "Ninja",
+            "-DCMAKE_BUILD_TYPE=Release",
+            "-DQUEN_IO_TESTS=OFF",
+            "-DQUEN_IO_BENCH=ON",
+        )
+    run("cmake", "--build", BUILD, *(["--target", *targets] if targets else []))
+
+
+def build():
+    """Builds the implementations, and gives those that there are."""
+    build_only()
     print(run(ROOT / "bench/peers/build", PEERS), end="")
 
     peers = {
@@ -73,12 +93,14 @@ def build():
         "go": [PEERS / "go_peer"],
         "node": ["node", ROOT / "bench/peers/node.mjs"],
         "python": ["/usr/bin/python3", ROOT / "bench/peers/python.py"],
-        # Otherwise it refuses names beyond ASCII.
+        # In the C locale Java rejects file names that are not ASCII.
         "java": ["env", "LC_ALL=C.UTF-8", "java", "-cp", PEERS, "Peer"],
     }
-    return ([Contestant(name, [BUILD / "bench" / f"contestant_{name}"]) for name in OWN] +
-            [Contestant("narrow", [BUILD / "bench/contestant_narrow"], {"utf8"})] +
-            [Contestant(name, command) for name, command in peers.items() if is_there(name, command)])
+    return (
+        [Implementation(name, [BUILD / "bench" / f"bench_{name}"]) for name in OWN]
+        + [Implementation("narrow", [BUILD / "bench/bench_narrow"], {"utf8"})]
+        + [Implementation(name, command) for name, command in peers.items() if is_there(name, command)]
+    )
 
 
 def is_there(name, command):

@@ -1,4 +1,4 @@
-// The C library's own streams and folder functions, as a program in C would use them.
+// The C library's stdio and directory functions.
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/contestants/contestant.h"
+#include "bench/implementations/implementation.h"
 
 using namespace quen::bench;
 

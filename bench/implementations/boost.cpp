@@ -1,8 +1,8 @@
-// Boost.Filesystem, for what it does on paths and folders.
+// Boost.Filesystem: the workloads on paths and folders.
 
 #include <boost/filesystem.hpp>
 
-#include "bench/contestants/contestant.h"
+#include "bench/implementations/implementation.h"
 
 namespace fs = boost::filesystem;
 using namespace quen::bench;

@@ -1,5 +1,5 @@
-// What every contestant written in C++ shares: it answers requests, one line each, until its input
-// ends.
+// Shared by the implementations in C++: a process that answers requests, one per line, until end of
+// file.
 //
 //   request: WORKLOAD ITERATIONS ARGUMENT...   separated by tabs
 //   answer:  NANOSECONDS CHECKSUM ALLOCATIONS  for all iterations together, or: skip REASON
@@ -16,16 +16,16 @@ namespace quen::bench {
 
 using Arguments = std::vector<std::string>;
 
-// How many times this process has called operator new.
+// The number of calls of operator new in this process.
 std::uint64_t allocations();
 
-// What one request measures. Only what happens between start and stop counts, added up.
+// The measurement of one request: the total time between calls of start and stop.
 class Measurement {
  public:
   void start();
   void stop();
 
-  // Adds a result to the checksum, for which it has to be computed.
+  // Adds a result to the checksum, so that the compiler cannot remove its computation.
   void use(std::uint64_t result) { checksum_ += result; }
 
   std::string answer() const;
@@ -38,17 +38,16 @@ class Measurement {
   std::uint64_t checksum_ = 0;
 };
 
-// Does the work so many times, with the clock where it belongs. Throws std::exception for whatever
-// fails.
+// Does the work the given number of times and measures it. Throws a std::exception on failure.
 using Workload =
     std::function<void(Measurement& measurement, int iterations, const Arguments& arguments)>;
 
-// The work of one iteration. Its clock is started and stopped for each, so that it can prepare and
-// clean up; that is too much for what takes only nanoseconds.
+// The work of one iteration, which starts and stops the clock itself, so that it can prepare and
+// clean up. Too expensive for work of some nanoseconds.
 using Once = std::function<void(Measurement& measurement, const Arguments& arguments)>;
 Workload repeated(const Once& once);
 
-// Answers until the input ends. A workload that is not among them is skipped.
+// Answers requests until end of file, and skips unknown workloads.
 int serve(const std::map<std::string, Workload>& workloads);
 
 // The contents of a file, and its lines, read once and kept.
