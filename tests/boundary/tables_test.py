@@ -19,6 +19,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.append(str(ROOT / "runtime"))
 sys.path.append(str(ROOT / "tests" / "faults"))
 
+import entry_list
 import run as faults
 from entry_points import read_header
 
@@ -214,6 +215,9 @@ class Tables(unittest.TestCase):
     def test_every_entry_point_is_in_every_table(self):
         missing = [fault for table in TABLES for fault in faults_of(table)]
         self.assertEqual(missing, [], "\n" + "\n".join(missing))
+
+    def test_the_installed_lists_of_entry_points_are_made_from_the_header(self):
+        self.assertEqual(entry_list.outdated(), [], "run runtime/entry_list.py")
 
     def test_the_document_of_exceptions_says_what_the_header_says(self):
         self.assertEqual(sorted(raised_by_document() - raised_by_header()), [])

@@ -25,6 +25,8 @@ echo "== Files"
 expected_files() {
   cat <<LIST
 include/quen/io/conformance.h
+include/quen/io/entry_help.h
+include/quen/io/entry_list.h
 include/quen/io/entry_points.h
 include/quen/io/operations.h
 include/quen/io/runtime_parts.h
@@ -90,6 +92,10 @@ for program in parts_io parts_io_static; do
   printed=$("$scratch/consumer/$program")
   [ "$printed" = $'b/ 10 directory\nIOException: Cannot open file' ] || fail "$program printed: $printed"
 done
+
+echo "== The list of entry points"
+bound=$("$scratch/consumer/bindings") || fail "The two lists differ."
+[[ $bound == *"void* quen_io_Path_resolve(void* self, void* operand) Path.resolve(self, operand)"* ]] || fail "$bound"
 
 echo "== The conformance kit, with the program to start from as it stands"
 unmet=$("$scratch/consumer/conformance") && fail "A runtime that makes no objects passes."
