@@ -1,5 +1,5 @@
-# Install rules for three components: Runtime (the shared library), Development and Driver. The
-# installed tree is relocatable: no file in it contains the prefix.
+# Install rules for four components: Runtime (the shared library), Checked (the one that checks a host),
+# Development and Driver. The installed tree is relocatable: no file in it contains the prefix.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -13,6 +13,14 @@ install(TARGETS quen_io EXPORT quen_io-targets
 install(TARGETS quen_io_static EXPORT quen_io-targets
   ARCHIVE COMPONENT Development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# The checked library, for authors of a runtime. The loader finds it under the name of the module in a
+# folder of its own (LD_LIBRARY_PATH, ld.so(8)).
+install(TARGETS quen_io_checked quen_io_checked_static EXPORT quen_io-targets
+  LIBRARY COMPONENT Checked NAMELINK_COMPONENT Development
+  ARCHIVE COMPONENT Development
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY ${PROJECT_BINARY_DIR}/runtime/checked/quen_io_checked
+  DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Checked)
 install(EXPORT quen_io-targets NAMESPACE quen:: DESTINATION ${package_dir} COMPONENT Development)
 
 # The small runtime, for programs that have none, is a package component of its own
@@ -58,8 +66,12 @@ install(FILES
 
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
   BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE pc_to_prefix)
-configure_file(cmake/quen_io.pc.in quen_io.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/quen_io.pc
+foreach(library quen_io quen_io_checked)
+  configure_file(cmake/quen_io.pc.in ${library}.pc @ONLY)
+endforeach()
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/quen_io.pc
+  ${CMAKE_CURRENT_BINARY_DIR}/quen_io_checked.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
 
 if(QUEN_IO_DRIVER)

@@ -44,11 +44,17 @@ $libdir/cmake/quen_io/quen_io-targets.cmake
 $libdir/libquen_io.so
 $libdir/libquen_io.so.${version%%.*}
 $libdir/libquen_io.so.$version
+$libdir/libquen_io_checked.so
+$libdir/libquen_io_checked.so.${version%%.*}
+$libdir/libquen_io_checked.so.$version
+$libdir/libquen_io_checked_static.a
 $libdir/libquen_io_conformance_kit.a
 $libdir/libquen_io_static.a
 $libdir/libquen_runtime_parts.a
 $libdir/libquen_small_runtime.a
 $libdir/pkgconfig/quen_io.pc
+$libdir/pkgconfig/quen_io_checked.pc
+$libdir/quen_io_checked/libquen_io.so.${version%%.*}
 share/quen_io/runtime_conformance.cpp
 share/quen_io/toy_host.cpp
 LIST
@@ -81,6 +87,12 @@ cmake -S . -B "$scratch/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
 cmake --build "$scratch/consumer"
 run_program "CMake, shared" "$scratch/consumer/shared"
 run_program "CMake, static" "$scratch/consumer/static"
+run_program "CMake, checked" "$scratch/consumer/checked"
+run_program "CMake, checked static" "$scratch/consumer/checked_static"
+
+echo "== The checked library in place of the module"
+used=$(LD_LIBRARY_PATH="$prefix/$libdir/quen_io_checked" ldd "$scratch/consumer/shared")
+[[ $used == *"$libdir/quen_io_checked/libquen_io.so"* ]] || fail "The loader took: $used"
 
 if [[ $flags != *-fsanitize* ]]; then  # a sanitizer has to be loaded first
   printed=$(python3 -c 'import ctypes, sys; ctypes.CDLL(sys.argv[1]).main()' "$scratch/consumer/libextension.so")
@@ -114,6 +126,8 @@ for standard in "" -std=c++17; do
   "$compiler" $standard -Wall -Wextra -Werror -fsyntax-only "${options[@]}" \
     "$prefix/share/quen_io/runtime_conformance.cpp"
 done
+[[ $(pkg-config --libs quen_io_checked) == *-lquen_io_checked* ]] ||
+  fail "pkg-config does not know the checked library."
 
 if [ "$(cached QUEN_IO_DRIVER)" = ON ]; then
   echo "== The driver"
