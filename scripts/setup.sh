@@ -3,7 +3,8 @@
 # prints the comment at the head of the command and exits.
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkgconf python3 libcli11-dev nlohmann-json3-dev libreadline-dev)
-TEST_PACKAGES=(libgtest-dev libfuse3-dev fuse3 binutils man-db groff-base bash fish zsh strace)
+TEST_PACKAGES=(libgtest-dev libfuse3-dev fuse3 binutils man-db groff-base bash fish zsh strace
+  python3-dev liblua5.4-dev lua5.4)
 LINT_PACKAGES=(clang clang-tidy cppcheck flake8 shellcheck)
 PYTHON_COLUMNS=110
 # Tests over all texts of a kind or all generated paths: minutes in an instrumented build, which learns nothing

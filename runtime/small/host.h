@@ -3,7 +3,7 @@
 // header.
 //
 // A host of another language copies values in and out by it, instead of writing the operations of
-// quen/io/operations.h over its own objects. Within a
+// quen/io/operations.h over its own objects (docs/embedding.md, "The copying layer"). Within a
 // major version nothing is removed from this header and nothing changes its meaning.
 //
 // An object is an untyped pointer, as in the module's own interface, and null is the language's
