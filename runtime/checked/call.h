@@ -85,7 +85,8 @@ class Call {
   template <class Body>
   auto guarded(Body body) {
     return observed(
-        body, [this] { finish(); }, [this](const auto&... what) { leavesWith(what...); });
+        body, [this] { this->finish(); },
+        [this](const auto&... what) { this->leavesWith(what...); });
   }
 
   void leavesWith(const std::exception& exception) const;
@@ -119,7 +120,7 @@ class Operation {
   template <class Body>
   auto run(Body body) {
     return observed(
-        body, [this] { returned(); }, [this](const auto&... what) { threw(what...); });
+        body, [this] { this->returned(); }, [this](const auto&... what) { this->threw(what...); });
   }
 
   // Runs a check that calls operations which the module does not call itself. An exception ends the
