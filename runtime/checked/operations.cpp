@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <optional>
 #include <string_view>
@@ -14,6 +13,7 @@
 
 #include "runtime/checked/call.h"
 #include "runtime/checked/host.h"
+#include "runtime/parts/operations.h"
 
 namespace fs = std::filesystem;
 using quen::checked::Operation;
@@ -36,19 +36,9 @@ std::string instead(const std::string& actual, const std::string& expected) {
 
 // Drive and UNC roots.
 
-bool isSeparator(char character) { return character == '/' || character == '\\'; }
-
-// "C:\", "c:/a", "\\server".
-bool hasWindowsRoot(std::string_view text) {
-  if (text.size() < 3) return false;
-  const bool drive = std::isalpha(static_cast<unsigned char>(text[0])) != 0 && text[1] == ':' &&
-                     isSeparator(text[2]);
-  return drive || (text.starts_with("\\\\") && !isSeparator(text[2]));
-}
-
 // Two backslashes without the name of a server may count as a root or not.
-bool mayHaveWindowsRoot(std::string_view text) {
-  return hasWindowsRoot(text) || text.starts_with("\\\\");
+bool mayHaveWindowsRoot(const char* text) {
+  return quen::parts::pathHasExplicitWindowsRoot(text) || viewOf(text).starts_with("\\\\");
 }
 
 // Objects.
@@ -280,7 +270,7 @@ fs::path Quen_runtimeFsPath(const char* text) {
   Operation operation("Quen_runtimeFsPath");
   fs::path path = operation.run([&] { return host::runtimeFsPath(text); });
   const std::string_view expected = viewOf(text);
-  if (path.native() != expected && !mayHaveWindowsRoot(expected)) {
+  if (path.native() != expected && !mayHaveWindowsRoot(text)) {
     operation.report("gave the path ", instead(path, std::string(expected)));
   }
   return path;
@@ -290,7 +280,7 @@ std::string Quen_visiblePathString(const fs::path& path, bool explicitWindowsRoo
   Operation operation("Quen_visiblePathString");
   std::string text =
       operation.run([&] { return host::visiblePathString(path, explicitWindowsRoot); });
-  if (text != path.native() && !mayHaveWindowsRoot(path.native())) {
+  if (text != path.native() && !mayHaveWindowsRoot(path.c_str())) {
     operation.report("gave ", instead(text, path));
   }
   return text;
@@ -336,8 +326,9 @@ const char* Quen_filePathFromObject(void* object) {
 bool Quen_pathHasExplicitWindowsRoot(const char* text) {
   Operation operation("Quen_pathHasExplicitWindowsRoot");
   const bool answer = operation.run([&] { return host::pathHasExplicitWindowsRoot(text); });
-  if (answer && !mayHaveWindowsRoot(viewOf(text))) operation.report("gave true for ", shown(text));
-  if (!answer && hasWindowsRoot(viewOf(text))) operation.report("gave false for ", shown(text));
+  if (answer && !mayHaveWindowsRoot(text)) operation.report("gave true for ", shown(text));
+  if (!answer && quen::parts::pathHasExplicitWindowsRoot(text))
+    operation.report("gave false for ", shown(text));
   return answer;
 }
 
