@@ -18,9 +18,9 @@
 #include "quen/io/entry_points.h"
 #include "runtime/recording/recording.h"
 #include "runtime/small/host.h"
-#include "tests/support/boundary_test.h"
 #include "tests/support/limits.h"
 #include "tests/support/lock_graph.h"
+#include "tests/support/waiting_writers.h"
 
 namespace fs = std::filesystem;
 using namespace quen::small;
@@ -28,16 +28,8 @@ using namespace quen::tests;
 
 namespace {
 
-constexpr std::int64_t kNeverIssued = 1'000'000'000;
-
-class GlobalLock : public BoundaryTest {
+class GlobalLock : public WaitingWriters {
  protected:
-  std::int64_t openWaiting(const char* name) const {
-    const std::int64_t handle = quen_io_FileWriter__openPath((scratch / name).c_str(), 0);
-    quen_io_FileWriter__writeHandle(handle, "waiting");
-    return handle;
-  }
-
   // Calls this at the beginning of each operation, but not of those that it calls itself.
   void inOperations(std::function<void(const std::string& operation)> step) {
     recorder.interfere = [step](const std::string& operation) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -207,7 +208,7 @@ TEST_P(AnyOpening, LeavesNothingOpen) {
 }
 
 TEST_P(AnyOpening, DoesNotCheckTheClose) {
-  const FailingClose failing;
+  const FailingCall failing(SystemCall::kClose, EIO);
 
   EXPECT_EQ(raisedByWriting(scratch / "new"), "");
 }

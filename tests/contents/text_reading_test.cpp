@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
@@ -213,7 +214,7 @@ TEST_F(ReadAllText, OfAnEndlessSparseFileTakesMemoryUntilThereIsNoMore) {
 TEST_F(ReadAllText, OfAFileWhoseSizeIsUnknownIsComplete) {
   const std::string content = std::string(300'000, 'x') + "end";
   const fs::path file = scratch.file("file", content);
-  const FailingFileStatus failing;
+  const FailingCall failing(SystemCall::kFileStatus, EIO);
   EXPECT_TRUE(read(file) == content);
 }
 
@@ -235,7 +236,7 @@ TEST_F(ReadAllText, OfAFileThatShrinksOrGrowsMeanwhileIsWhatIsThere) {
 
 TEST_F(ReadAllText, GoesOnAfterASignal) {
   const fs::path file = scratch.file("file", "text");
-  const InterruptedRead interrupted;
+  const FailingCall interrupted(SystemCall::kRead, EINTR);
   EXPECT_EQ(read(file), "text");
 }
 

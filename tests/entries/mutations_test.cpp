@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -884,7 +885,7 @@ TEST_P(Touch, LosingTheRaceToAFolderRaises) {
 }
 
 TEST_P(Touch, ThatCannotCloseTheNewFileRaisesAndLeavesIt) {
-  const FailingClose failing;
+  const FailingCall failing(SystemCall::kClose, EIO);
 
   EXPECT_EQ(raisedByTouching(scratch / "new"), "IOException: Cannot create file");
 

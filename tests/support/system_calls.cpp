@@ -20,15 +20,13 @@ namespace quen::tests {
 namespace {
 
 thread_local BeforeCall* tAwaited = nullptr;
-thread_local bool tNextCloseFails = false;
+thread_local FailingCall* tFailing = nullptr;
 thread_local std::optional<std::size_t> tReadable;  // bytes before the error
 thread_local bool tReadFailed = false;
-thread_local bool tNextReadInterrupted = false;
 thread_local int tEntriesBefore = -1;  // entries before the error; negative: none fails
 thread_local int tFolderError = 0;
 thread_local std::optional<std::size_t> tWritesAtMost;
 thread_local bool tWriteShortened = false;
-thread_local bool tNextFileStatusFails = false;
 
 // The C library's definition, which the one in this program preempts.
 template <class Function>
@@ -56,25 +54,19 @@ void BeforeCall::notify(SystemCall call) {
   awaited->step_();
 }
 
-FailingClose::FailingClose() { tNextCloseFails = true; }
-
-FailingClose::~FailingClose() {
-  EXPECT_FALSE(tNextCloseFails) << "no file was closed";
-  tNextCloseFails = false;
+FailingCall::FailingCall(SystemCall call, int error) : call_(call), error_(error) {
+  tFailing = this;
 }
 
-InterruptedRead::InterruptedRead() { tNextReadInterrupted = true; }
-
-InterruptedRead::~InterruptedRead() {
-  EXPECT_FALSE(tNextReadInterrupted) << "nothing was read";
-  tNextReadInterrupted = false;
+FailingCall::~FailingCall() {
+  EXPECT_NE(tFailing, this) << "the call that should fail was not made";
+  tFailing = nullptr;
 }
 
-FailingFileStatus::FailingFileStatus() { tNextFileStatusFails = true; }
-
-FailingFileStatus::~FailingFileStatus() {
-  EXPECT_FALSE(tNextFileStatusFails) << "fstat was not called";
-  tNextFileStatusFails = false;
+bool FailingCall::fails(SystemCall call) {
+  if (tFailing == nullptr || tFailing->call_ != call) return false;
+  errno = std::exchange(tFailing, nullptr)->error_;
+  return true;
 }
 
 ShortWrites::ShortWrites(std::size_t most) {
@@ -121,9 +113,7 @@ int stat(const char* path, struct stat* status) noexcept {
 
 int fstat(int file, struct stat* status) noexcept {
   static auto* const next = nextDefinition<int(int, struct stat*)>("fstat");
-  if (!std::exchange(tNextFileStatusFails, false)) return next(file, status);
-  errno = EIO;
-  return -1;
+  return FailingCall::fails(SystemCall::kFileStatus) ? -1 : next(file, status);
 }
 
 int mkdir(const char* path, mode_t mode) noexcept {
@@ -153,18 +143,14 @@ int fclose(FILE* file) {
   static auto* const next = nextDefinition<int(FILE*)>("fclose");
   BeforeCall::notify(SystemCall::kClose);
   const int result = next(file);
-  if (!std::exchange(tNextCloseFails, false)) return result;
-  errno = EIO;
-  return EOF;
+  return FailingCall::fails(SystemCall::kClose) ? EOF : result;
 }
 
 int close(int file) {
   static auto* const next = nextDefinition<int(int)>("close");
   BeforeCall::notify(SystemCall::kClose);
   const int result = next(file);
-  if (!std::exchange(tNextCloseFails, false)) return result;
-  errno = EIO;
-  return -1;
+  return FailingCall::fails(SystemCall::kClose) ? -1 : result;
 }
 
 ssize_t write(int file, const void* bytes, std::size_t count) {
@@ -211,10 +197,7 @@ int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
 ssize_t read(int file, void* bytes, std::size_t count) {
   static auto* const next = nextDefinition<ssize_t(int, void*, std::size_t)>("read");
   BeforeCall::notify(SystemCall::kRead);
-  if (std::exchange(tNextReadInterrupted, false)) {
-    errno = EINTR;
-    return -1;
-  }
+  if (FailingCall::fails(SystemCall::kRead)) return -1;
   if (!tReadable) return next(file, bytes, count);
   if (*tReadable == 0) {
     tReadFailed = true;

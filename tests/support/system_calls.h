@@ -12,6 +12,7 @@ namespace quen::tests {
 
 enum class SystemCall {
   kStatus,
+  kFileStatus,  // fstat
   kMakeDirectory,
   kOpen,
   kRead,
@@ -46,15 +47,23 @@ class BeforeCall {
   int remaining_;
 };
 
-// Makes the next fclose report EIO; the file is closed anyway.
-class FailingClose {
+// Makes the next such call report this error: kRead, kClose (the file is closed anyway) or
+// kFileStatus.
+class FailingCall {
  public:
-  FailingClose();
+  FailingCall(SystemCall call, int error);
 
-  // Fails the test when no file was closed.
-  ~FailingClose();
+  // Fails the test when there was no such call.
+  ~FailingCall();
 
-  FailingClose& operator=(FailingClose&&) = delete;  // neither copyable nor movable
+  FailingCall& operator=(FailingCall&&) = delete;  // neither copyable nor movable
+
+  // Called by each interposed function that can fail: whether it has to; sets errno.
+  static bool fails(SystemCall call);
+
+ private:
+  SystemCall call_;
+  int error_;
 };
 
 // A transient read error: reads deliver the given number of bytes in total, the next one reports
@@ -67,18 +76,6 @@ class FailingRead {
   ~FailingRead();
 
   FailingRead& operator=(FailingRead&&) = delete;  // neither copyable nor movable
-};
-
-// Makes the next fstat report EIO.
-class FailingFileStatus {
- public:
-  FailingFileStatus();
-
-  // Fails the test when fstat was not called.
-  ~FailingFileStatus();
-
-  FailingFileStatus(const FailingFileStatus&) = delete;
-  FailingFileStatus& operator=(const FailingFileStatus&) = delete;
 };
 
 // Limits how many bytes one write transfers: short writes. 0 makes write(2) return 0.
@@ -101,18 +98,6 @@ class FailingFolder {
   ~FailingFolder();
 
   FailingFolder& operator=(FailingFolder&&) = delete;  // neither copyable nor movable
-};
-
-// Makes the next read report EINTR, as if a signal had interrupted it.
-class InterruptedRead {
- public:
-  InterruptedRead();
-
-  // Fails the test when nothing was read.
-  ~InterruptedRead();
-
-  InterruptedRead(const InterruptedRead&) = delete;
-  InterruptedRead& operator=(const InterruptedRead&) = delete;
 };
 
 }  // namespace quen::tests

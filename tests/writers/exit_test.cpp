@@ -17,10 +17,10 @@
 #include "quen/io/entry_points.h"
 #include "runtime/recording/recording.h"
 #include "runtime/small/host.h"
-#include "tests/support/boundary_test.h"
 #include "tests/support/child_process.h"
 #include "tests/support/limits.h"
 #include "tests/support/sanitized.h"
+#include "tests/support/waiting_writers.h"
 
 namespace fs = std::filesystem;
 using namespace quen::small;
@@ -28,20 +28,11 @@ using namespace quen::tests;
 
 namespace {
 
-constexpr std::int64_t kNeverIssued = 1'000'000'000;
-
 constexpr const char* kThreadsOfTheParent =
     "the leak checker reports what threads own that fork did not copy";
 
-class ExitFromRaise : public BoundaryTest {
+class ExitFromRaise : public WaitingWriters {
  protected:
-  // A writer with text in its buffer.
-  std::int64_t openWaiting(const char* name) const {
-    const std::int64_t handle = quen_io_FileWriter__openPath((scratch / name).c_str(), 0);
-    quen_io_FileWriter__writeHandle(handle, "waiting");
-    return handle;
-  }
-
   // Calls this right before Quen_raise does its work.
   void whenRaising(std::function<void()> step) {
     recorder.interfere = [step](const std::string& operation) {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -24,13 +25,13 @@
 
 #include "quen/io/entry_points.h"
 #include "runtime/small/host.h"
-#include "tests/support/boundary_test.h"
 #include "tests/support/child_process.h"
 #include "tests/support/limits.h"
 #include "tests/support/process_state.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/system_calls.h"
 #include "tests/support/threads.h"
+#include "tests/support/waiting_writers.h"
 
 namespace fs = std::filesystem;
 using namespace quen::small;
@@ -48,7 +49,6 @@ constexpr const char* kFlushFailed = "IOException: Failed to flush file";
 constexpr const char* kCloseFailed = "IOException: Failed to flush file before closing";
 
 constexpr std::size_t kMostKeptBack = 8192;
-constexpr Handle kNeverIssued = 1'000'000'000;
 
 // Larger than the buffer of any stream.
 const std::string kLong(std::size_t{1} << 20, 'x');
@@ -623,7 +623,7 @@ TEST_F(Writers, DoNotReportAFileThatFailsToClose) {
   const Handle handle = open(scratch / "file");
   EXPECT_EQ(raisedByWriting(handle, "text"), "");
 
-  const FailingClose failing;
+  const FailingCall failing(SystemCall::kClose, EIO);
   EXPECT_EQ(raisedByClosing(handle), "");
 
   expectClosed(handle);
@@ -666,9 +666,9 @@ TEST_F(ClosedWhileLookedUp, AWriteRaisesUnlessItHasNothingToWrite) {
 TEST_F(ClosedWhileLookedUp, AFlushHasNothingToDo) { EXPECT_EQ(raisedByLateFlushing(), ""); }
 
 TEST_F(ClosedWhileLookedUp, AFailedCloseIsReported) {
-  const FailingClose once;
+  const FailingCall once(SystemCall::kClose, EIO);
   EXPECT_EQ(raisedByLateFlushing(), kFlushFailed);
-  const FailingClose again;
+  const FailingCall again(SystemCall::kClose, EIO);
   EXPECT_EQ(raisedByLateWriting(""), kWriteFailed);
 }
 
