@@ -14,6 +14,7 @@ namespace {
 // M_MMAP_THRESHOLD_MAX).
 constexpr std::size_t kAlwaysMapped = std::size_t{32} << 20;
 
+// The module has such a function, too, but a runtime uses nothing of the module but its boundary.
 void adviseHugePages(void* start, std::size_t size) {
 #ifdef MADV_HUGEPAGE
   const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
