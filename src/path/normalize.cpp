@@ -34,7 +34,7 @@ std::string_view parentText(std::string_view text) {
 // The parent is taken from the path as given and normalized afterwards: of "a/b/../c" it is "a/".
 fs::path normalParent(const char* text) {
   const fs::path given = Quen_runtimeFsPath(text);
-  return normalFormOf(std::string(parentText(given.native())));
+  return normalForm(parentText(given.native()));
 }
 
 }  // namespace
