@@ -4,36 +4,39 @@
 
 namespace quen::small {
 
-void PathKinds::record(const std::string& path, QuenPathEntryKind kind) {
-  const std::lock_guard lock(mutex_);
-  if (young_.size() >= kMostEntries || youngBytes_ + path.size() > kMostBytes) {
-    old_ = std::exchange(young_, {});
-    youngBytes_ = 0;
-  }
+void PathKinds::record(std::string_view path, QuenPathEntryKind kind) {
   if (path.size() > kMostBytes) return;
-  old_.erase(path);
-  if (young_.insert_or_assign(path, kind).second) youngBytes_ += path.size();
+  const std::lock_guard lock(mutex_);
+  const auto known = young_->kinds.find(path);
+  if (known != young_->kinds.end()) {
+    known->second = kind;
+    return;
+  }
+  if (young_->kinds.size() >= kMostEntries || young_->bytes + path.size() > kMostBytes) {
+    old_ = std::exchange(young_, std::make_unique<Generation>());
+  }
+  young_->kinds.emplace(path, kind);
+  young_->bytes += path.size();
 }
 
-std::optional<QuenPathEntryKind> PathKinds::find(const std::string& path) const {
+std::optional<QuenPathEntryKind> PathKinds::find(std::string_view path) const {
   const std::lock_guard lock(mutex_);
-  for (const Generation* generation : {&young_, &old_}) {
-    const auto found = generation->find(path);
-    if (found != generation->end()) return found->second;
+  for (const Generation* generation : {young_.get(), old_.get()}) {
+    const auto found = generation->kinds.find(path);
+    if (found != generation->kinds.end()) return found->second;
   }
   return std::nullopt;
 }
 
 std::size_t PathKinds::size() const {
   const std::lock_guard lock(mutex_);
-  return young_.size() + old_.size();
+  return young_->kinds.size() + old_->kinds.size();
 }
 
 void PathKinds::clear() {
   const std::lock_guard lock(mutex_);
-  young_.clear();
-  old_.clear();
-  youngBytes_ = 0;
+  young_ = std::make_unique<Generation>();
+  old_ = std::make_unique<Generation>();
 }
 
 }  // namespace quen::small

@@ -435,6 +435,19 @@ TEST_F(Kinds, OnRecordAreTheLatest) {
   EXPECT_EQ(recordedKinds(), 1u);
 }
 
+// Enough others to make it old, but not forgotten.
+TEST_F(Kinds, OnRecordAreTheLatestAlsoOfAnOlderPath) {
+  forgetRecordedKinds();
+
+  Quen_cachePathEntryKind("/x", QuenPathEntryKind::kDirectory);
+  for (int i = 0; i < 40'000; ++i) Quen_cachePathEntryKind(std::to_string(i), kOtherEntry);
+  EXPECT_EQ(recordedKind("/x"), QuenPathEntryKind::kDirectory);
+  Quen_cachePathEntryKind("/x", QuenPathEntryKind::kRegularFile);
+
+  EXPECT_EQ(recordedKind("/x"), QuenPathEntryKind::kRegularFile);
+  forgetRecordedKinds();
+}
+
 TEST_F(Kinds, OnRecordAreBoundedInNumberAndKeepTheLatest) {
   constexpr int kMany = 200'000;
   constexpr int kKept = 32'768;
