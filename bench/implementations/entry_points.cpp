@@ -1,9 +1,6 @@
 #include "bench/implementations/entry_points.h"
 
-#include <atomic>
-#include <functional>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 #include "quen/io/entry_points.h"
@@ -74,9 +71,6 @@ Workload forEachObject(Call call) {
   });
 }
 
-// A second thread stays alive while a single one works: in a process with one thread, libstdc++
-// counts references of shared_ptr without atomic operations (__gthread_active_p,
-// __libc_single_threaded).
 void writeOnThreads(int times, const Arguments& arguments) {
   const std::string text(std::stoul(arguments.at(1)), 'x');
   const int threads = std::stoi(arguments.at(2));
@@ -88,19 +82,6 @@ void writeOnThreads(int times, const Arguments& arguments) {
     requireNoException();
   });
 }
-
-class SecondThread {
- public:
-  SecondThread() : thread_([this] { released_.wait(false); }) {}
-  ~SecondThread() {
-    released_ = true;
-    released_.notify_all();
-  }
-
- private:
-  std::atomic<bool> released_{false};
-  std::jthread thread_;
-};
 
 }  // namespace
 
@@ -154,6 +135,7 @@ std::map<std::string, Workload> workloadsOf(bool (*validate)(const std::string& 
     std::vector<std::int64_t> others;
     for (int i = 0; i < std::stoi(a.at(3)); ++i)
       others.push_back(quen_io_FileWriter__openPath("/dev/null", 0));
+    requireNoException();
     measure(m, [&] {
       writeOnThreads(iterations, a);
       return others.size();

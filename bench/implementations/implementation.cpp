@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <mutex>
 #include <new>
 #include <sstream>
 #include <stdexcept>
@@ -30,21 +31,31 @@ void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace quen::bench {
 
+namespace {
+
+std::uint64_t nanosecondsWaited() {
+  return bench_nanosecondsWaited == nullptr ? 0 : bench_nanosecondsWaited();
+}
+
+}  // namespace
+
 std::uint64_t allocations() { return gAllocations.load(std::memory_order_relaxed); }
 
 void Measurement::start() {
   allocationsBefore_ = bench::allocations();
+  waitedBefore_ = nanosecondsWaited();
   started_ = std::chrono::steady_clock::now();
 }
 
 void Measurement::stop() {
   elapsed_ += std::chrono::steady_clock::now() - started_;
   allocations_ += bench::allocations() - allocationsBefore_;
+  waited_ += nanosecondsWaited() - waitedBefore_;
 }
 
 std::string Measurement::answer() const {
   std::ostringstream line;
-  line << elapsed_.count() << '\t' << checksum_ << '\t' << allocations_;
+  line << elapsed_.count() << '\t' << checksum_ << '\t' << allocations_ << '\t' << waited_;
   return line.str();
 }
 
@@ -57,14 +68,33 @@ Arguments fieldsOf(const std::string& line) {
   return fields;
 }
 
+// What the workload measures on each thread is not used: the clock runs from the start of the first
+// thread to the end of the last.
+void measureOnThreads(const std::map<std::string, Workload>& workloads, Measurement& measurement,
+                      int iterations, const Arguments& arguments) {
+  const Workload& workload = workloads.at(arguments.at(1));
+  const Arguments own(arguments.begin() + 2, arguments.end());
+  measurement.start();
+  onThreads(std::stoi(arguments[0]), [&](int) {
+    Measurement unused;
+    workload(unused, iterations, own);
+  });
+  measurement.stop();
+}
+
 std::string answerTo(Arguments request, const std::map<std::string, Workload>& workloads) {
-  const auto workload = workloads.find(request.at(0));
+  const bool onThreads = request.at(0) == "on_threads";
+  const auto workload = workloads.find(request.at(onThreads ? 3 : 0));
   if (workload == workloads.end()) return "skip\tnothing of the kind";
 
   const int iterations = std::stoi(request.at(1));
   request.erase(request.begin(), request.begin() + 2);
   Measurement measurement;
-  workload->second(measurement, iterations, request);
+  if (onThreads) {
+    measureOnThreads(workloads, measurement, iterations, request);
+  } else {
+    workload->second(measurement, iterations, request);
+  }
   return measurement.answer();
 }
 
@@ -88,7 +118,9 @@ int serve(const std::map<std::string, Workload>& workloads) {
 }
 
 const std::string& textOf(const std::string& file) {
+  static std::mutex mutex;
   static std::map<std::string, std::string> texts;
+  const std::lock_guard lock(mutex);
   const auto [entry, isNew] = texts.try_emplace(file);
   if (isNew) {
     std::ifstream stream(file, std::ios::binary);
@@ -99,7 +131,9 @@ const std::string& textOf(const std::string& file) {
 }
 
 const std::vector<std::string>& linesOf(const std::string& file) {
+  static std::mutex mutex;
   static std::map<std::string, std::vector<std::string>> lines;
+  const std::lock_guard lock(mutex);
   const auto [entry, isNew] = lines.try_emplace(file);
   if (isNew) {
     std::istringstream text(textOf(file));
@@ -112,6 +146,13 @@ void onThreads(int threads, const std::function<void(int)>& work) {
   std::vector<std::jthread> others;
   for (int number = 1; number < threads; ++number) others.emplace_back(work, number);
   work(0);
+}
+
+SecondThread::SecondThread() : thread_([this] { released_.wait(false); }) {}
+
+SecondThread::~SecondThread() {
+  released_ = true;
+  released_.notify_all();
 }
 
 void makeTree(const std::string& folder, int files) {

@@ -2,15 +2,27 @@
 // file.
 //
 //   request: WORKLOAD ITERATIONS ARGUMENT...   separated by tabs
-//   answer:  NANOSECONDS CHECKSUM ALLOCATIONS  for all iterations together, or: skip REASON
+//   answer:  NANOSECONDS CHECKSUM ALLOCATIONS WAITED  for all iterations together, or: skip REASON
+//
+// The workload "on_threads", whose first arguments are a number of threads and another workload, is
+// that workload on so many threads at once, with the iterations on each.
+//
+// WAITED is the time that all threads waited for locks, in nanoseconds, and 0 unless
+// bench_lock_waits is preloaded.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
+
+// How long the threads of the process have waited for locks. Defined by bench_lock_waits, if that
+// is preloaded.
+extern "C" [[gnu::weak, gnu::visibility("default")]] std::uint64_t bench_nanosecondsWaited();
 
 namespace quen::bench {
 
@@ -36,6 +48,8 @@ class Measurement {
   std::uint64_t allocationsBefore_ = 0;
   std::uint64_t allocations_ = 0;
   std::uint64_t checksum_ = 0;
+  std::uint64_t waitedBefore_ = 0;
+  std::uint64_t waited_ = 0;
 };
 
 // Does the work the given number of times and measures it. Throws a std::exception on failure.
@@ -56,6 +70,21 @@ const std::vector<std::string>& linesOf(const std::string& file);
 
 // Runs the work on this many threads at the same time, numbered from 0.
 void onThreads(int threads, const std::function<void(int)>& work);
+
+// A second thread that stays alive while a single one works: in a process with one thread,
+// libstdc++ counts references of shared_ptr without atomic operations (__gthread_active_p,
+// __libc_single_threaded), and glibc takes locks without them.
+class SecondThread {
+ public:
+  SecondThread();
+  ~SecondThread();
+  SecondThread(const SecondThread&) = delete;
+  SecondThread& operator=(const SecondThread&) = delete;
+
+ private:
+  std::atomic<bool> released_{false};
+  std::jthread thread_;
+};
 
 // Makes a folder with this many empty files, 200 in each folder below it.
 void makeTree(const std::string& folder, int files);

@@ -1,4 +1,7 @@
-// The limit: the necessary system calls and passes over memory, and nothing else.
+// The limit: the system calls and the passes over memory that nobody can leave out, and nothing
+// else. With the argument "at_boundary", also what the interface of the module forces on everybody
+// who implements it: the path and the text that are made of a C string, the String or Byte[] that a
+// result is copied to, the record of an entry's kind, and the look-up of a handle.
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -6,17 +9,29 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "bench/implementations/implementation.h"
 #include "contents/utf8.h"
+#include "conventions.h"
+#include "quen/io/operations.h"
+#include "runtime/small/host.h"
+#include "system/huge_pages.h"
 
+namespace fs = std::filesystem;
+namespace small = quen::small;
 using namespace quen::bench;
 
 namespace {
@@ -26,11 +41,15 @@ struct Free {
 };
 using Memory = std::unique_ptr<char[], Free>;
 
-// Not zeroed, and aligned to a cache line, which keeps copies clear of 4 KiB aliasing.
+// Not zeroed, aligned to a cache line, which keeps copies clear of 4 KiB aliasing, and with huge
+// pages when it is large.
 Memory memoryOf(std::size_t size) {
   constexpr std::size_t kAlignment = 64;
   const std::size_t whole = (size / kAlignment + 1) * kAlignment;
-  return Memory(static_cast<char*>(std::aligned_alloc(kAlignment, whole)));
+  Memory memory(static_cast<char*>(std::aligned_alloc(kAlignment, whole)));
+  if (memory == nullptr) throw std::bad_alloc();
+  quen::io::adviseHugePages({memory.get(), whole});
+  return memory;
 }
 
 int require(int result) {
@@ -56,19 +75,90 @@ std::uint64_t isValid(std::string_view text) {
   return quen::io::validateUtf8(text, errorOffset) ? 1U : 0U;
 }
 
-// One read into fresh memory, and the close.
-Memory readAndClose(int file, std::size_t limit, std::size_t& size) {
-  Memory bytes = memoryOf(limit);
-  size = requireSize(read(file, bytes.get(), limit));
+struct Text {
+  Memory bytes;
+  std::size_t size = 0;
+  std::size_t wellFormed = 0;
+
+  std::string_view view() const { return {bytes.get(), size}; }
+  bool isValid() const {
+    std::uint64_t errorOffset = 0;
+    return quen::io::validateUtf8(view(), errorOffset, wellFormed);
+  }
+};
+
+// The whole file, validated chunk by chunk while it is in the cache. The end of a small file is
+// read, which takes less time than asking for its size.
+Text readWhole(const std::string& path) {
+  constexpr std::size_t kSmall = 8 * 1024;
+  constexpr std::size_t kChunk = 64 * 1024;
+  const int file = openToRead(path);
+  Text text{memoryOf(kSmall)};
+  std::size_t whole = kSmall;
+  while (text.size < whole) {
+    char* room = text.bytes.get() + text.size;
+    const std::size_t count = requireSize(read(file, room, std::min(kChunk, whole - text.size)));
+    if (count == 0) break;
+    text.size += count;
+    text.wellFormed = quen::io::passWellFormed(text.view(), text.wellFormed);
+    if (whole == kSmall && text.size == kSmall) {
+      struct stat status {};
+      require(fstat(file, &status));
+      whole = static_cast<std::size_t>(status.st_size);
+      Memory larger = memoryOf(whole);
+      std::memcpy(larger.get(), text.bytes.get(), kSmall);
+      text.bytes = std::move(larger);
+    }
+  }
   close(file);
-  return bytes;
+  return text;
 }
 
-Memory readWhole(const std::string& path, std::size_t& size) {
-  const int file = openToRead(path);
-  struct stat status {};
-  require(fstat(file, &status));
-  return readAndClose(file, static_cast<std::size_t>(status.st_size), size);
+template <bool kAtBoundary>
+void readText(Measurement& m, const Arguments& a) {
+  const small::Scope scope;
+  m.start();
+  if constexpr (kAtBoundary) Quen_runtimeFsPath(a.at(0).c_str());
+  const Text text = readWhole(a.at(0));
+  m.use(text.isValid() ? text.size : 0);
+  if constexpr (kAtBoundary) small::newString(text.view());
+  m.stop();
+}
+
+template <bool kAtBoundary>
+void readPrefix(Measurement& m, const Arguments& a) {
+  const std::size_t limit = std::stoul(a.at(1));
+  const small::Scope scope;
+  m.start();
+  if constexpr (kAtBoundary) Quen_runtimeFsPath(a[0].c_str());
+  const int file = openToRead(a[0]);
+  Text text{memoryOf(limit)};
+  text.size = requireSize(read(file, text.bytes.get(), limit));
+  close(file);
+  m.use(text.isValid() ? text.size : 0);
+  if constexpr (kAtBoundary) small::newString(text.view());
+  m.stop();
+}
+
+template <bool kAtBoundary>
+void readRange(Measurement& m, const Arguments& a) {
+  const std::int64_t position = std::stoll(a.at(1));
+  const std::size_t count = std::stoul(a.at(2));
+  const small::Scope scope;
+  void* array = small::newByteArray(count);
+  std::string error;
+  m.start();
+  if constexpr (kAtBoundary) Quen_runtimeFsPath(a[0].c_str());
+  const int file = openToRead(a[0]);
+  const Memory bytes = memoryOf(count);
+  const std::size_t size = requireSize(pread(file, bytes.get(), count, position));
+  close(file);
+  if constexpr (kAtBoundary) {
+    const auto* first = reinterpret_cast<const std::uint8_t*>(bytes.get());
+    Quen_writeByteArrayData(array, first, size, error);
+  }
+  m.stop();
+  m.use(size);
 }
 
 // Visits every entry except "." and "..", recursively for the folders that `visit` adds, with
@@ -91,6 +181,7 @@ void forEachEntry(const std::string& folder, const Visit& visit) {
   for (const std::string& below : folders) forEachEntry(folder + "/" + below, visit);
 }
 
+// The kind of an entry takes a stat, which follows links.
 void list(Measurement& m, const Arguments& a) {
   std::uint64_t entries = 0;
   char path[4096];
@@ -104,6 +195,22 @@ void list(Measurement& m, const Arguments& a) {
   });
   m.stop();
   m.use(entries);
+}
+
+// The runtime asks for the kind, by a stat of its own.
+void listAtBoundary(Measurement& m, const Arguments& a) {
+  const small::Scope scope;
+  m.start();
+  void* names = Quen_allocObject("ArrayList");
+  fs::path path = Quen_runtimeFsPath(a.at(0).c_str()) / "";
+  forEachEntry(a[0], [&](const std::string&, int, const dirent64& entry, auto&) {
+    path.replace_filename(entry.d_name);
+    Quen_cachePathEntryKind(path, Quen_pathEntryKind(path));
+    const std::string name = Quen_visiblePathString(*std::prev(path.end()), false);
+    quen_collections_ArrayList_add(names, Quen_allocString(name));
+  });
+  m.stop();
+  m.use(small::listElements(names).size());
 }
 
 void removeTree(Measurement& m, const Arguments& a) {
@@ -150,92 +257,224 @@ void walk(Measurement& m, const Arguments& a) {
   m.use(valid);
 }
 
+// One pass over the text.
+void searchByte(Measurement& m, int iterations, const Arguments& a) {
+  const std::string& text = textOf(a.at(0));
+  m.start();
+  for (int i = 0; i < iterations; ++i)
+    m.use(std::memchr(text.data(), 0xFF, text.size()) == nullptr);
+  m.stop();
+}
+
+void publish(Measurement& m, const Arguments& a) {
+  const std::string text(std::stoul(a.at(1)), 'x');
+  const std::string temporary = a.at(0) + ".tmp-1";
+  m.start();
+  const int file = openToWrite(temporary);
+  m.use(requireSize(write(file, text.data(), text.size())));
+  close(file);
+  require(rename(temporary.c_str(), a[0].c_str()));
+  m.stop();
+}
+
+// A file with a buffer. A text that is larger than the buffer is written as it is.
+class Writer {
+ public:
+  explicit Writer(const std::string& path) : file_(openToWrite(path)) {}
+  ~Writer() {
+    flush();
+    close(file_);
+  }
+  Writer(const Writer&) = delete;
+  Writer& operator=(const Writer&) = delete;
+
+  void write(std::string_view text) {
+    if (text.size() > buffer_.size() - used_) flush();
+    if (text.size() > buffer_.size()) {
+      requireSize(::write(file_, text.data(), text.size()));
+    } else {
+      used_ += text.copy(buffer_.data() + used_, text.size());
+    }
+  }
+
+  std::mutex mutex;
+
+ private:
+  void flush() {
+    if (used_ > 0) used_ -= static_cast<std::size_t>(::write(file_, buffer_.data(), used_));
+  }
+
+  int file_;
+  std::size_t used_ = 0;
+  std::vector<char> buffer_ = std::vector<char>(8192);
+};
+
+// The arguments: a common prefix of the files, the size of a text, how many threads, and how many
+// more writers are open.
 void writeTexts(Measurement& m, int times, const Arguments& a) {
-  constexpr std::size_t kBuffer = 8192;
   const std::string text(std::stoul(a.at(1)), 'x');
   m.start();
   onThreads(std::stoi(a.at(2)), [&](int number) {
-    const int file = openToWrite(a[0] + "." + std::to_string(number));
-    std::vector<char> buffer(kBuffer + text.size());
-    std::size_t used = 0;
-    for (int i = 0; i < times; ++i) {
-      used += text.copy(buffer.data() + used, text.size());
-      if (used < kBuffer && i + 1 < times) continue;
-      requireSize(write(file, buffer.data(), used));
-      used = 0;
-    }
-    close(file);
+    Writer writer(a.at(0) + "." + std::to_string(number));
+    for (int i = 0; i < times; ++i) writer.write(text);
   });
   m.stop();
   m.use(text.size() * std::stoull(a[2]) * static_cast<unsigned>(times));
 }
 
-// A result has to be copied at least once.
-void copyLines(Measurement& m, const Arguments& a) {
-  const std::vector<std::string>& lines = linesOf(a.at(0));
-  std::vector<std::string> results(lines.size());
+// A writer is found by its handle, and any thread may use any of them: one lock for the table and
+// one for each writer. The length of a text is not known.
+void writeTextsAtBoundary(Measurement& m, int times, const Arguments& a) {
+  static std::mutex mutex;
+  static std::unordered_map<std::int64_t, std::unique_ptr<Writer>> writers;
+  static std::int64_t lastHandle = 0;
+  const auto add = [](std::unique_ptr<Writer> writer) {
+    const std::lock_guard lock(mutex);
+    writers.emplace(++lastHandle, std::move(writer));
+    return lastHandle;
+  };
+  const auto find = [](std::int64_t handle) -> Writer& {
+    const std::lock_guard lock(mutex);
+    return *writers.find(handle)->second;
+  };
+  const auto remove = [](std::int64_t handle) {
+    const std::lock_guard lock(mutex);
+    writers.erase(handle);
+  };
+
+  const SecondThread second;
+  const std::string text(std::stoul(a.at(1)), 'x');
+  std::vector<std::int64_t> others;
+  for (int i = 0; a.size() > 3 && i < std::stoi(a[3]); ++i) others.push_back(add(nullptr));
   m.start();
-  for (std::size_t i = 0; i < lines.size(); ++i) results[i] = lines[i].c_str();
+  onThreads(std::stoi(a.at(2)), [&](int number) {
+    const std::int64_t handle =
+        add(std::make_unique<Writer>(a.at(0) + "." + std::to_string(number)));
+    for (int i = 0; i < times; ++i) {
+      Writer& writer = find(handle);
+      const std::lock_guard lock(writer.mutex);
+      writer.write(text.c_str());
+    }
+    remove(handle);
+  });
   m.stop();
-  for (const std::string& result : results) m.use(result.size());
+  std::for_each(others.begin(), others.end(), remove);
+  m.use(text.size() * std::stoull(a[2]) * static_cast<unsigned>(times));
+}
+
+// One call per line of a file. A text that results has to be copied at least once.
+template <class Call>
+Workload forEachLine(Call call) {
+  return repeated([call](Measurement& m, const Arguments& a) {
+    const std::vector<std::string>& lines = linesOf(a.at(0));
+    std::vector<decltype(call(lines[0].c_str()))> results(lines.size());
+    const small::Scope scope;
+    m.start();
+    for (std::size_t i = 0; i < lines.size(); ++i) results[i] = call(lines[i].c_str());
+    m.stop();
+    m.use(results.size());
+  });
+}
+
+// One call per line of a file, with a path object.
+template <class Call>
+Workload forEachObject(Call call) {
+  return repeated([call](Measurement& m, const Arguments& a) {
+    const small::Scope scope;
+    std::vector<void*> objects;
+    for (const std::string& line : linesOf(a.at(0))) objects.push_back(small::newPath(line));
+    std::uint64_t results = 0;
+    m.start();
+    for (void* object : objects) results += call(object) ? 1U : 0U;
+    m.stop();
+    m.use(results);
+  });
+}
+
+std::string_view beforeLast(std::string_view path, char separator) {
+  return path.substr(0, path.rfind(separator));
+}
+
+std::string_view afterLast(std::string_view path, char separator) {
+  return path.substr(path.rfind(separator) + 1);
+}
+
+std::map<std::string, Workload> limit() {
+  const auto copyAll = [](const char* path) { return std::string(path); };
+  return {
+      {"normalize", forEachLine(copyAll)},
+      {"normalize_object", forEachLine(copyAll)},
+      {"resolve", forEachLine(copyAll)},
+      {"parent", forEachLine([](const char* path) { return std::string(beforeLast(path, '/')); })},
+      {"name", forEachLine([](const char* path) { return std::string(afterLast(path, '/')); })},
+      {"extension",
+       forEachLine([](const char* path) { return std::string(afterLast(path, '.')); })},
+      {"is_normalized", forEachLine([](const char* path) { return std::strlen(path); })},
+      {"list", repeated(list)},
+      {"remove_tree", repeated(removeTree)},
+      {"walk", repeated(walk)},
+      {"write", writeTexts},
+      {"write_among", writeTexts},
+      {"read_text", repeated(readText<false>)},
+      {"prefix", repeated(readPrefix<false>)},
+      {"range", repeated(readRange<false>)},
+      {"publish", repeated(publish)},
+      {"utf8", searchByte},
+  };
+}
+
+// Of the paths: the parsing of each argument into a fs::path, what is asked about it, and the
+// result, made of a fs::path. The workloads that are missing have nothing of the kind to do.
+std::map<std::string, Workload> limitAtBoundary() {
+  return {
+      {"normalize", forEachLine([](const char* text) {
+         const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(text);
+         return Quen_allocPathString(Quen_runtimeFsPath(text), windowsRoot);
+       })},
+      {"normalize_object", forEachObject([](void* object) {
+         const char* text = Quen_filePathFromObject(object);
+         const bool folder = quen::io::isFolder(object);
+         const bool traversal = quen::io::carriesParentTraversal(object, text);
+         const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(text);
+         return Quen_allocTypedPathObjectFromPath(Quen_runtimeFsPath(text), !folder, windowsRoot,
+                                                  traversal);
+       })},
+      {"resolve", forEachLine([](const char* text) {
+         const char* operand = "../sibling/name.txt";
+         const bool windowsRoot =
+             Quen_pathHasExplicitWindowsRoot(text) || Quen_pathHasExplicitWindowsRoot(operand);
+         const fs::path path = Quen_runtimeFsPath(text);
+         Quen_runtimeFsPath(operand);
+         return Quen_allocPathString(path, windowsRoot);
+       })},
+      {"parent", forEachLine([](const char* text) {
+         const bool windowsRoot = Quen_pathHasExplicitWindowsRoot(text);
+         const fs::path path = Quen_runtimeFsPath(text);
+         return Quen_allocPathString(beforeLast(path.native(), '/'), windowsRoot);
+       })},
+      {"name", forEachLine([](const char* text) {
+         const fs::path path = Quen_runtimeFsPath(text);
+         return Quen_allocPathString(*std::prev(path.end()), true);
+       })},
+      {"extension", forEachLine([](const char* text) {
+         const fs::path path = Quen_runtimeFsPath(text);
+         return Quen_allocString(Quen_visiblePathString(afterLast(path.native(), '.'), true));
+       })},
+      {"is_normalized", forEachObject([](void* object) {
+         return Quen_runtimeFsPath(Quen_filePathFromObject(object)).empty();
+       })},
+      {"list", repeated(listAtBoundary)},
+      {"write", writeTextsAtBoundary},
+      {"write_among", writeTextsAtBoundary},
+      {"read_text", repeated(readText<true>)},
+      {"prefix", repeated(readPrefix<true>)},
+      {"range", repeated(readRange<true>)},
+  };
 }
 
 }  // namespace
 
-int main() {
-  const std::vector<const char*> pathWorkloads{
-      "normalize", "normalize_object", "parent", "resolve", "is_normalized", "name", "extension"};
-  std::map<std::string, Workload> workloads;
-  for (const char* each : pathWorkloads) workloads[each] = repeated(copyLines);
-  workloads["list"] = repeated(list);
-  workloads["remove_tree"] = repeated(removeTree);
-  workloads["walk"] = repeated(walk);
-  workloads["write"] = writeTexts;
-
-  workloads["utf8"] = [](Measurement& m, int iterations, const Arguments& a) {
-    const std::string& text = textOf(a.at(0));
-    m.start();
-    for (int i = 0; i < iterations; ++i)
-      m.use(std::memchr(text.data(), 0xFF, text.size()) == nullptr);
-    m.stop();
-  };
-  workloads["read_text"] = repeated([](Measurement& m, const Arguments& a) {
-    m.start();
-    std::size_t size = 0;
-    const Memory bytes = readWhole(a.at(0), size);
-    m.use(isValid({bytes.get(), size}) - 1);
-    const Memory copy = memoryOf(size);  // the String
-    std::memcpy(copy.get(), bytes.get(), size);
-    m.use(size + (size > 0 && copy[size - 1] != bytes[size - 1] ? 1U : 0U));
-    m.stop();
-  });
-  workloads["prefix"] = repeated([](Measurement& m, const Arguments& a) {
-    const std::size_t limit = std::stoul(a.at(1));
-    std::size_t size = 0;
-    m.start();
-    const Memory bytes = readAndClose(openToRead(a.at(0)), limit, size);
-    m.use(size);
-    m.stop();
-  });
-  workloads["range"] = repeated([](Measurement& m, const Arguments& a) {
-    const std::size_t count = std::stoul(a.at(2));
-    std::size_t size = 0;
-    m.start();
-    const int file = openToRead(a.at(0));
-    requireSize(lseek(file, std::stoll(a.at(1)), SEEK_SET));
-    const Memory bytes = readAndClose(file, count, size);
-    m.use(size);
-    m.stop();
-  });
-  workloads["publish"] = repeated([](Measurement& m, const Arguments& a) {
-    const std::string text(std::stoul(a.at(1)), 'x');
-    const std::string temporary = a.at(0) + ".tmp-1";
-    m.start();
-    const int file = openToWrite(temporary);
-    m.use(requireSize(write(file, text.data(), text.size())));
-    close(file);
-    require(rename(temporary.c_str(), a[0].c_str()));
-    m.stop();
-  });
-  return serve(workloads);
+int main(int count, char** arguments) {
+  const bool atBoundary = count > 1 && std::string_view(arguments[1]) == "at_boundary";
+  return serve(atBoundary ? limitAtBoundary() : limit());
 }
