@@ -18,6 +18,7 @@ ALPHABETS = {
     )[r % 4],
 }
 PATHS = 20_000
+PATHS_OF_LENGTH = 1000
 
 
 def text_file(folder, alphabet, size):
@@ -27,8 +28,11 @@ def text_file(folder, alphabet, size):
         numbers = random.Random(1)
         part = "".join(ALPHABETS[alphabet](numbers.getrandbits(32)) for _ in range(min(size, 1 << 20)))
         encoded = part.encode()
-        encoded = encoded * (size // len(encoded) + 1)
-        path.write_bytes(encoded[:size].decode(errors="ignore").encode().ljust(size, b"."))
+        whole, rest = divmod(size, len(encoded))
+        with path.open("wb") as file:
+            for _ in range(whole):
+                file.write(encoded)
+            file.write(encoded[:rest].decode(errors="ignore").encode().ljust(rest, b"."))
     return path
 
 
@@ -47,9 +51,9 @@ def path_files(folder):
 
 
 def path_of_length(folder, length):
-    """A thousand lines with the same normal path, which has a segment every eight bytes."""
+    """A file of lines with the same normal path, which has a segment every eight bytes."""
     path = folder / f"path-{length}.txt"
-    path.write_text(("/element" * (length // 8) + "\n") * 1000)
+    path.write_text(("/element" * (length // 8) + "\n") * PATHS_OF_LENGTH)
     return path
 
 
@@ -92,7 +96,7 @@ def scratch(folder, name):
 def null_files(folder):
     """The common prefix of links to /dev/null, one per thread."""
     name = scratch(folder, "null")
-    for thread in range(8):
+    for thread in range(2):
         link = pathlib.Path(f"{name}.{thread}")
         if not link.is_symlink():
             link.symlink_to("/dev/null")

@@ -3,6 +3,7 @@
 import dataclasses
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 
@@ -13,15 +14,18 @@ PEERS = BUILD / "peers"
 # blocks to the system, depending on their size, and page faults then dominate (mallopt(3),
 # M_TRIM_THRESHOLD and M_MMAP_THRESHOLD).
 KEEP_MEMORY = {"MALLOC_TRIM_THRESHOLD_": str(1 << 30), "MALLOC_MMAP_THRESHOLD_": str(32 << 20)}
-OWN = ["module", "plain", "limit", "c_library", "boost"]
+OWN = ["module", "plain", "limit", "limit_at_boundary", "c_library", "boost"]
+
+COMMANDS = {"limit_at_boundary": [BUILD / "bench/bench_limit", "at_boundary"]}
 
 
 @dataclasses.dataclass
 class Answer:
-    """The cost of a request: nanoseconds of all iterations, and allocations if they are counted."""
+    """The cost of a request: nanoseconds of all iterations, and what is counted beside."""
 
     nanoseconds: int
     allocations: int | None
+    waited: int | None  # nanoseconds in which threads waited for locks, where that is measured
 
 
 class Implementation:
@@ -55,7 +59,13 @@ class Implementation:
         if answer[0] in ("skip", ""):
             self.skipped[workload.name] = answer[-1] or "ended"
             return None
-        return Answer(int(answer[0]), int(answer[2]) if len(answer) > 2 else None)
+        allocations, waited = map(int, answer[2:]) if len(answer) > 2 else (None, None)
+        return Answer(int(answer[0]), allocations, waited)
+
+    def peak_memory(self):
+        """The most memory that the process has had so far, in bytes."""
+        status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text()
+        return int(re.search(r"VmHWM:\s+(\d+) kB", status)[1]) * 1024
 
     def close(self):
         """Ends the process; the next request starts a new one."""
@@ -97,10 +107,16 @@ def build():
         "java": ["env", "LC_ALL=C.UTF-8", "java", "-cp", PEERS, "Peer"],
     }
     return (
-        [Implementation(name, [BUILD / "bench" / f"bench_{name}"]) for name in OWN]
+        [Implementation(name, COMMANDS.get(name, [BUILD / "bench" / f"bench_{name}"])) for name in OWN]
         + [Implementation("narrow", [BUILD / "bench/bench_narrow"], {"utf8"})]
         + [Implementation(name, command) for name, command in peers.items() if is_there(name, command)]
     )
+
+
+def with_lock_waits():
+    """The module, as a process that measures how long its threads wait for locks."""
+    preloaded = f"LD_PRELOAD={BUILD / 'bench/libbench_lock_waits.so'}"
+    return Implementation("module", ["env", preloaded, BUILD / "bench/bench_module"])
 
 
 def is_there(name, command):

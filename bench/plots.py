@@ -1,6 +1,5 @@
 """The plots: how costs grow with size."""
 
-import collections
 import io
 
 import matplotlib
@@ -10,47 +9,35 @@ matplotlib.use("agg")
 import matplotlib.pyplot as plt
 from PIL import Image
 
-CURVES = {
-    "validate": "bytes of text",
-    "read whole": "bytes of file",
-    "list": "entries",
-    "normalize": "bytes of path",
-    "write among open handles": "open handles",
-    "write on threads": "threads",
+import document
+
+# By the kind of the curves: the labels of the axes, and the height of a point.
+KINDS = {
+    "plot": ("size", "nanoseconds of a call", lambda point, who: point["nanoseconds"][who]["minimum"]),
+    "growth": ("size", "nanoseconds of a unit", document.cost),
+    "threads": ("threads", "calls per second", lambda point, who: 1e9 / document.cost(point, who)),
 }
-SHOWN = ["module", "plain", "limit", "rust", "go", "node", "python", "java"]
+SHOWN = ["module", "plain", "limit", "limit_at_boundary", "rust", "go", "node", "python", "java"]
 
 
-def draw(results, folder):
+def draw(run, folder):
     folder.mkdir(exist_ok=True)
-    curves = collections.defaultdict(list)
-    for result in results:
-        if result["curve"]:
-            name, size = result["curve"]
-            curves[name].append((size, result["nanoseconds"]))
-    for name, points in curves.items():
-        draw_curve(name, sorted(points, key=lambda point: point[0]), folder)
+    for kind in KINDS:
+        for name, points in document.curves(run, kind).items():
+            draw_curve(name, points, kind, folder)
 
 
-def draw_curve(name, points, folder):
-    """Time of one call against size, for each implementation that was measured, both axes logarithmic."""
+def draw_curve(name, points, kind, folder):
+    """A line for each implementation that was measured, both axes logarithmic."""
+    size, cost, height = KINDS[kind]
     figure, axes = plt.subplots(figsize=(6, 4), layout="constrained")
-    for implementation in SHOWN:
-        line = [(size, times[implementation]["minimum"]) for size, times in points if implementation in times]
+    for who in SHOWN:
+        line = [
+            (point["curve"]["size"], height(point, who)) for point in points if who in point["nanoseconds"]
+        ]
         if line:
-            axes.plot(
-                *zip(*line),
-                marker=".",
-                label=implementation,
-                linewidth=2.5 if implementation == "module" else 1
-            )
-    axes.set(
-        xscale="log",
-        yscale="log",
-        title=name,
-        ylabel="nanoseconds",
-        xlabel=next((unit for key, unit in CURVES.items() if name.startswith(key)), "size"),
-    )
+            axes.plot(*zip(*line), marker=".", label=who, linewidth=2.5 if who == "module" else 1)
+    axes.set(xscale="log", yscale="log", title=name, xlabel=size, ylabel=cost)
     axes.grid(alpha=0.3)
     axes.legend(fontsize="small")
     save(figure, folder / (name.replace(" ", "-").replace(",", "") + ".png"))

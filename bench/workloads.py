@@ -2,6 +2,8 @@
 
 import dataclasses
 import os
+import pathlib
+import re
 
 import data
 
@@ -15,19 +17,32 @@ class Workload:
     rounds: int
     # Targets: the implementation to compare with, and the highest accepted ratio to its time.
     targets: dict = dataclasses.field(default_factory=dict)
-    curve: tuple | None = None  # the growth curve it is a point of, and its size there
+    curve: dict | None = None  # the curve it is a point of
+    only: list | None = None  # the implementations that take part, if not all
 
     def operation_of(self, implementation):
         return "utf8_simd" if self.operation == "utf8" and implementation == "rust" else self.operation
 
 
-KIB, MIB = 1 << 10, 1 << 20
+KIB, MIB, GIB = 1 << 10, 1 << 20, 1 << 30
 # The highest accepted ratios to the time of the SIMD validator.
 SIMD = {"ascii": 1.0, "accents": 0.85, "cyrillic": 0.85, "chinese": 1.15, "emoji": 1.35, "mixed": 1.35}
 OTHERS = ["rust", "go", "node", "python", "java"]
 
 
+OWN = ["module", "plain", "limit", "limit_at_boundary"]
+
+
+def curve(name, size, kind="plot", units=1):
+    """A point of a curve: of a plot alone, or of a table of growth or of threads as well, where the cost of a
+    call is divided by the units that the call works on.
+    """
+    return {"name": name, "size": size, "kind": kind, "units": units}
+
+
 def size_name(size):
+    if size >= GIB:
+        return f"{size // GIB} GiB"
     return f"{size // MIB} MiB" if size >= MIB else f"{size // KIB} KiB" if size >= KIB else f"{size} B"
 
 
@@ -38,8 +53,6 @@ def all_workloads(folder, quick):
     yield from paths(folder)
     yield from writing(folder, quick)
     yield from folders(folder, quick)
-    if not quick:
-        yield from growth(folder)
 
 
 def validation(folder, quick):
@@ -59,7 +72,7 @@ def validation(folder, quick):
                 max(1, 256 * KIB // size),
                 25 if size < MIB else 9,
                 targets,
-                curve=(f"validate {alphabet}", size),
+                curve=curve(f"validate {alphabet}", size),
             )
 
 
@@ -67,7 +80,7 @@ def whole_files(folder, quick):
     for size in [KIB, 64 * KIB, 16 * MIB, 512 * MIB]:
         if quick and size > 16 * MIB:
             continue
-        targets = {"limit": 1.15}
+        targets = {"limit_at_boundary": 1.15}
         if size >= 64 * KIB:
             targets |= {other: 0.5 for other in OTHERS}
         for alphabet in ["ascii", "chinese"]:
@@ -78,7 +91,7 @@ def whole_files(folder, quick):
                 max(1, MIB // size // 4),
                 25 if size < MIB else 9 if size < 100 * MIB else 5,
                 targets,
-                curve=(f"read whole, {alphabet}", size),
+                curve=curve(f"read whole, {alphabet}", size),
             )
 
 
@@ -132,7 +145,7 @@ def folders(folder, quick):
             max(1, 1000 // entries),
             25 if entries < 100_000 else 5,
             {"limit": 1.65, "go": 1.0, "node": 1.0, "python": 1.0},
-            curve=("list", entries),
+            curve=curve("list", entries),
         )
     files = 2000 if quick else 20_000
     yield Workload(
@@ -147,7 +160,29 @@ def folders(folder, quick):
 
 
 def growth(folder):
-    """Workloads without targets, which show how costs grow with size."""
+    """Workloads without targets and peers, which show how the cost of a unit grows with size."""
+    for entries in [1000, 10_000, 100_000, 1_000_000]:
+        yield Workload(
+            f"list a folder of {entries:,} entries",
+            "list",
+            [data.listing(folder, entries)],
+            max(1, 10_000 // entries),
+            3 if entries == 1_000_000 else 7,
+            curve=curve("listing, per entry", entries, "growth", entries),
+            only=OWN,
+        )
+    for size in [KIB, 64 * KIB, 16 * MIB, 256 * MIB, GIB, 4 * GIB]:
+        if 4 * size > memory_available():  # the file in the page cache, and two texts
+            continue
+        yield Workload(
+            f"read a text of {size_name(size)}",
+            "read_text",
+            [data.text_file(folder, "ascii", size)],
+            max(1, MIB // size),
+            7 if size < GIB else 3,
+            curve=curve("reading, per byte", size, "growth", size),
+            only=OWN if size < GIB else ["module", "limit", "limit_at_boundary"],
+        )
     for length in [16, 64, 256, KIB, 4 * KIB]:
         yield Workload(
             f"normalize a path of {length} bytes",
@@ -155,24 +190,42 @@ def growth(folder):
             [data.path_of_length(folder, length)],
             1,
             15,
-            curve=("normalize", length),
+            curve=curve("normalizing, per byte", length, "growth", data.PATHS_OF_LENGTH * length),
+            only=OWN,
         )
     null = data.null_files(folder)
-    for handles in [0, 10, 100, 900]:
+    for handles in [1, 10, 100, 1000, 10_000]:
         yield Workload(
-            f"write 64 B among {handles} handles",
+            f"write 64 B among {handles:,} handles",
             "write_among",
-            [null, 64, 1, handles],
+            [null, 64, 1, handles - 1],
             200_000,
             9,
-            curve=("write among open handles", handles + 1),
+            curve=curve("writing 64 B, per write, by open handles", handles, "growth"),
+            only=OWN,
         )
-    for threads in [1, 2, 4, 8]:
-        yield Workload(
-            f"write 64 B, {threads} threads",
-            "write_among",
-            [null, 64, threads, 0],
-            100_000,
-            9,
-            curve=("write on threads", threads),
-        )
+
+
+def memory_available():
+    """In bytes, with what the page cache would give back."""
+    return int(re.search(r"MemAvailable:\s+(\d+) kB", pathlib.Path("/proc/meminfo").read_text())[1]) * KIB
+
+
+def on_threads(folder):
+    """The same work on each of several threads at once."""
+    for name, times, request in [
+        ("reading 64 KiB", 1000, ["read_text", data.text_file(folder, "ascii", 64 * KIB)]),
+        ("listing 1,000 entries", 10, ["list", data.listing(folder, 1000)]),
+        ("normalizing", 5, ["normalize", data.path_files(folder)[0]]),
+        ("writing 64 B", 500_000, ["write", data.null_files(folder), 64, 1]),
+    ]:
+        for threads in [1, 2, 4, 8, 16]:
+            yield Workload(
+                f"{name} on {threads} thread{'s' if threads > 1 else ''}",
+                "on_threads",
+                [threads, *request],
+                times,
+                7,
+                curve=curve(name, threads, "threads", threads),
+                only=OWN,
+            )
