@@ -53,8 +53,9 @@ def cell(result, column):
     if result is None:
         return ""
     if column == "module":
-        times = result["nanoseconds"]["module"]
-        return duration(times["minimum"]) + scatter_mark(times)
+        return duration(result["nanoseconds"]["module"]["minimum"]) + scatter_mark(
+            result["nanoseconds"]["module"]
+        )
     if column == "allocations":
         return "" if result["allocations"] is None else f"{result['allocations']:.3g}"
     return ratio(result["ratios"].get(column))
@@ -98,7 +99,7 @@ def growth_table(run):
                 [
                     name,
                     f"{point['curve']['size']:,}",
-                    duration(cost(point, "module")),
+                    duration(cost(point, "module")) + scatter_mark(point["nanoseconds"]["module"]),
                     *(relative(points[0], point, who) for who in ["module", "limit", "limit_at_boundary"]),
                     "" if peak is None else f"{peak:.2f} x",
                 ]

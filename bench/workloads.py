@@ -1,6 +1,7 @@
 """The workloads of the benchmark, and the targets of the module."""
 
 import dataclasses
+import functools
 import os
 import pathlib
 import re
@@ -12,7 +13,7 @@ import data
 class Workload:
     name: str
     operation: str
-    arguments: list
+    arguments: list  # or functions that make what they return
     iterations: int
     rounds: int
     # Targets: the implementation to compare with, and the highest accepted ratio to its time.
@@ -160,12 +161,14 @@ def folders(folder, quick):
 
 
 def growth(folder):
-    """Workloads without targets and peers, which show how the cost of a unit grows with size."""
+    """Workloads without targets and peers, which show how the cost of a unit grows with size. Large data is made
+    only for those that are measured.
+    """
     for entries in [1000, 10_000, 100_000, 1_000_000]:
         yield Workload(
             f"list a folder of {entries:,} entries",
             "list",
-            [data.listing(folder, entries)],
+            [functools.partial(data.listing, folder, entries)],
             max(1, 10_000 // entries),
             3 if entries == 1_000_000 else 7,
             curve=curve("listing, per entry", entries, "growth", entries),
@@ -177,7 +180,7 @@ def growth(folder):
         yield Workload(
             f"read a text of {size_name(size)}",
             "read_text",
-            [data.text_file(folder, "ascii", size)],
+            [functools.partial(data.text_file, folder, "ascii", size)],
             max(1, MIB // size),
             7 if size < GIB else 3,
             curve=curve("reading, per byte", size, "growth", size),
