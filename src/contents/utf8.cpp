@@ -1,8 +1,8 @@
 // The one UTF-8 validator of the module.
 //
-// A text is validated in blocks first. The test of a block consists of loops over its bytes without
-// branches, which compilers vectorize, and it tells only whether the block is well-formed. The
-// rest, a fault to be located or the last bytes of a text, is decoded sequence by sequence.
+// A text is validated in blocks first. The test of a block is a loop over vectors without branches,
+// and it tells only whether the block is well-formed. The rest, a fault to be located or a sequence
+// that the end of the text truncates, is decoded sequence by sequence.
 
 #include "contents/utf8.h"
 
@@ -12,21 +12,10 @@
 #include <cstring>
 #include <string_view>
 
-// Function multiversioning (GCC's target_clones): the function is compiled for AVX2 and for the
-// baseline, and an ifunc resolver chooses when the module is loaded. Callees have to be inlined to
-// be compiled for AVX2, too. Off under the thread sanitizer, whose runtime is not initialized yet
-// when the resolver runs, and for coverage, which would see only the version that this processor
-// takes.
-#if defined(__SANITIZE_THREAD__)
-#define QUEN_IO_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#define QUEN_IO_THREAD_SANITIZER __has_feature(thread_sanitizer)
-#else
-#define QUEN_IO_THREAD_SANITIZER 0
-#endif
-#if defined(__x86_64__) && !QUEN_IO_THREAD_SANITIZER && !defined(QUEN_IO_ONE_FORM)
-#define QUEN_IO_ALSO_WIDE __attribute__((target_clones("avx2", "default")))
-#else
+// Function multiversioning: there is a version for AVX2 and one for the baseline. Callees have to
+// be inlined to be compiled for AVX2, too. Off for coverage, which would see only the version that
+// this processor takes.
+#if defined(__x86_64__) && !defined(QUEN_IO_ONE_FORM)
 #define QUEN_IO_ALSO_WIDE
 #endif
 #define QUEN_IO_INLINE [[gnu::always_inline]] inline
@@ -88,136 +77,179 @@ std::size_t readSequences(std::string_view text, std::size_t i, std::size_t unti
   return i;
 }
 
-// Testing block by block. A byte is tested together with the three bytes before it, which may lie
-// before the block. Several short loops are faster than one: each keeps its constants in registers.
+// Testing block by block, with vectors of kWidth bytes (GCC's vector extensions, which clang
+// shares). A byte is tested together with the three bytes before it, which may lie before the
+// block.
 
 constexpr std::size_t kPredecessors = 3;
-constexpr std::size_t kBlock = 256;
-constexpr std::size_t kSmallBlock = 64;
+constexpr std::size_t kBlock = 512;
+constexpr std::size_t kShort = 64;         // up to here, ASCII is skipped by words
+constexpr std::size_t kWorthTesting = 16;  // fewer bytes are decoded as fast
 
-constexpr Byte kTopBit = 0x80;
+constexpr std::uint64_t kTopBits = 0x8080808080808080;
 
-// Has its top bit set exactly when byte >= lowest.
-QUEN_IO_INLINE Byte atLeast(Byte byte, Byte lowest) {
-  const Byte rest = lowest - kTopBit;
-  return static_cast<Byte>(std::max(byte, rest) - rest);
-}
+// Every function is inlined into passBlocks, so no vector is passed between functions and how one
+// would be passed (the ABI, which depends on the instruction set) does not matter.
+#pragma GCC diagnostic ignored "-Wpsabi"
 
-QUEN_IO_INLINE Byte maskOf(bool condition) { return condition ? 0xFF : 0; }
+template <std::size_t kWidth>
+struct Blocks {
+  using Bytes [[gnu::vector_size(kWidth)]] = Byte;
+  using SignedBytes [[gnu::vector_size(kWidth)]] = signed char;
 
-template <std::size_t kSize>
-QUEN_IO_INLINE bool isAscii(const Byte* block) {
-  std::uint64_t any = 0;
-  for (std::size_t i = 0; i < kSize; i += sizeof any) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, block + i, sizeof word);
-    any |= word;
+  QUEN_IO_INLINE static Bytes load(const Byte* at) {
+    Bytes bytes;
+    std::memcpy(&bytes, at, sizeof bytes);
+    return bytes;
   }
-  return (any & 0x8080808080808080u) == 0;
-}
 
-template <std::size_t kSize>
-QUEN_IO_INLINE Byte highestByte(const Byte* block) {
-  Byte highest = 0;
-  for (std::size_t i = 0; i < kSize; ++i) highest = std::max(highest, block[i]);
-  return highest;
-}
-
-// There are continuation bytes exactly where a lead byte before them announces one.
-template <std::size_t kSize, std::size_t kLongest>
-QUEN_IO_INLINE bool hasContinuationsInPlace(const Byte* block) {
-  const Byte* one = block - 1;
-  const Byte* two = block - 2;
-  const Byte* three = block - 3;
-  Byte misplaced = 0;
-  for (std::size_t i = 0; i < kSize; ++i) {
-    Byte due = atLeast(one[i], 0xC0);
-    if constexpr (kLongest >= 3) due |= atLeast(two[i], 0xE0);
-    if constexpr (kLongest >= 4) due |= atLeast(three[i], 0xF0);
-    const bool continuation = static_cast<signed char>(block[i]) < -0x40;
-    misplaced |= static_cast<Byte>(due ^ maskOf(continuation));
+  QUEN_IO_INLINE static bool hasTopBit(const Bytes& bytes) {
+    std::uint64_t words[kWidth / sizeof(std::uint64_t)];
+    std::memcpy(words, &bytes, sizeof bytes);
+    std::uint64_t any = 0;
+    for (const std::uint64_t word : words) any |= word;
+    return (any & kTopBits) != 0;
   }
-  return misplaced < kTopBit;
-}
 
-// No C0 and no C1, which could only begin overlong sequences.
-template <std::size_t kSize>
-QUEN_IO_INLINE bool hasNoOverlongPairs(const Byte* block) {
-  Byte nearest = 0xFF;
-  for (std::size_t i = 0; i < kSize; ++i) {
-    nearest = std::min(nearest, static_cast<Byte>(block[i] ^ 0xC0u));
+  QUEN_IO_INLINE static Bytes highest(const Bytes& one, const Bytes& other) {
+    return one > other ? one : other;
   }
-  return nearest > 1;
-}
-
-// After the lead kLow no continuation byte is below the bound (overlong), and after the lead kHigh
-// none is at or above the bound (a surrogate, or above U+10FFFF).
-template <std::size_t kSize, Byte kLow, Byte kHigh, Byte kBound>
-QUEN_IO_INLINE bool hasSecondBytesInRange(const Byte* block) {
-  constexpr auto kSignedBound = static_cast<signed char>(kBound);
-  const Byte* leads = block - 1;
-  Byte nearest = 0xFF;
-  for (std::size_t i = 0; i < kSize; ++i) {
-    const Byte fromBound = maskOf(static_cast<signed char>(block[i]) >= kSignedBound);
-    const Byte wrongLead = kLow ^ (fromBound & (kLow ^ kHigh));
-    nearest = std::min(nearest, static_cast<Byte>(leads[i] ^ wrongLead));
+  QUEN_IO_INLINE static Bytes lowest(const Bytes& one, const Bytes& other) {
+    return one < other ? one : other;
   }
-  return nearest > 0;
+
+  // Has its top bit set exactly where byte >= least, which has to be 80 or above.
+  QUEN_IO_INLINE static Bytes atLeast(const Bytes& bytes, Byte least) {
+    const Byte rest = least - 0x80;
+    return highest(bytes, Bytes{} + rest) - rest;
+  }
+
+  // The next two are FF where they hold, else 0. ASCII is not below any bound: a signed comparison,
+  // the only one that x86 has.
+  QUEN_IO_INLINE static Bytes isBelow(const Bytes& bytes, Byte bound) {
+    return reinterpret_cast<Bytes>(reinterpret_cast<SignedBytes>(bytes) <
+                                   static_cast<signed char>(bound));
+  }
+  QUEN_IO_INLINE static Bytes equals(const Bytes& bytes, Byte value) {
+    return reinterpret_cast<Bytes>(bytes == value);
+  }
+
+  // The tests for sequences of up to kLongest bytes. Each fault sets a top bit. An incomplete last
+  // vector is tested as the last kWidth bytes of the block.
+  template <int kLongest>
+  QUEN_IO_INLINE static bool passesTests(const Byte* begin, const Byte* end, const Bytes& tooHigh) {
+    const Byte* const last = end - kWidth;
+    Bytes faults = tooHigh;
+    Bytes nearest = ~Bytes{};
+    for (const Byte* next = begin; next < end; next += kWidth) {
+      const Byte* const at = std::min(next, last);
+      const Bytes bytes = load(at);
+      const Bytes before = load(at - 1);
+
+      // There are continuation bytes exactly where a lead byte before them announces one.
+      Bytes due = atLeast(before, 0xC0);
+      if constexpr (kLongest >= 3) due |= atLeast(load(at - 2), 0xE0);
+      if constexpr (kLongest >= 4) due |= atLeast(load(at - 3), 0xF0);
+      faults |= due ^ isBelow(bytes, 0xC0);
+
+      // No C0 and no C1, which could only begin overlong sequences.
+      nearest = lowest(nearest, bytes ^ 0xC0);
+
+      // Below A0 (or 90) no continuation byte follows E0 (F0), which would be overlong. From there
+      // on none follows ED (F4), which would be a surrogate (above U+10FFFF).
+      if constexpr (kLongest >= 3) {
+        faults |= equals(before ^ (isBelow(bytes, 0xA0) & (0xE0 ^ 0xED)), 0xED);
+      }
+      if constexpr (kLongest >= 4) {
+        faults |= equals(before ^ (isBelow(bytes, 0x90) & (0xF0 ^ 0xF4)), 0xF4);
+      }
+    }
+    return !hasTopBit(faults | equals(nearest & 0xFE, 0));
+  }
+
+  // The highest byte tells how long the sequences can be, and so which tests are needed.
+  QUEN_IO_INLINE static bool isWellFormed(const Byte* begin, const Byte* end) {
+    const Byte* const last = end - kWidth;
+    Bytes top = load(std::min(begin - kPredecessors, last));
+    const Byte* next = begin;
+    for (; static_cast<std::size_t>(end - next) >= 4 * kWidth; next += 4 * kWidth) {
+      const Bytes half = highest(load(next), load(next + kWidth));
+      const Bytes other = highest(load(next + 2 * kWidth), load(next + 3 * kWidth));
+      top = highest(top, highest(half, other));
+    }
+    for (; next < end; next += kWidth) top = highest(top, load(std::min(next, last)));
+
+    if (!hasTopBit(top)) return true;
+    if (!hasTopBit(atLeast(top, 0xE0))) return passesTests<2>(begin, end, Bytes{});
+    if (!hasTopBit(atLeast(top, 0xF0))) return passesTests<3>(begin, end, Bytes{});
+    return passesTests<4>(begin, end, atLeast(top, 0xF5));
+  }
+
+  // Returns the offset of the first block that is not well-formed, or `size`.
+  QUEN_IO_INLINE static std::size_t pass(const Byte* bytes, std::size_t at, std::size_t size) {
+    while (at < size) {
+      const std::size_t end = at + std::min(kBlock, size - at);
+      if (!isWellFormed(bytes + at, bytes + end)) break;
+      at = end;
+    }
+    return at;
+  }
+};
+
+#ifdef QUEN_IO_ALSO_WIDE
+[[gnu::target("avx2")]] std::size_t passWideBlocks(const Byte* bytes, std::size_t at,
+                                                   std::size_t size) {
+  return Blocks<32>::pass(bytes, at, size);
+}
+#endif
+
+// The first bytes, which have fewer than three before them, are decoded as sequences.
+std::size_t passBlocks(std::string_view text, std::size_t from) {
+  const std::size_t start = std::max(from, readSequences(text, from, kPredecessors));
+  if (start < kPredecessors) return from;
+#ifdef QUEN_IO_ALSO_WIDE
+  if (__builtin_cpu_supports("avx2")) return passWideBlocks(bytesOf(text), start, text.size());
+#endif
+  return Blocks<16>::pass(bytesOf(text), start, text.size());
 }
 
-// The highest byte tells how long the sequences can be, and so which tests are needed. Without
-// branches between them, the processor runs the tests in parallel.
-template <std::size_t kSize>
-QUEN_IO_INLINE bool isWellFormed(const Byte* block) {
-  const Byte highestBefore = std::max(std::max(block[-1], block[-2]), block[-3]);
-  if (highestBefore < 0x80 && isAscii<kSize>(block)) return true;
-
-  const Byte highest = std::max(highestByte<kSize>(block), highestBefore);
-
-  bool good = hasNoOverlongPairs<kSize>(block);
-  if (highest < 0xE0) return good & hasContinuationsInPlace<kSize, 2>(block);
-
-  good &= hasSecondBytesInRange<kSize, 0xE0, 0xED, 0xA0>(block);
-  if (highest < 0xF0) return good & hasContinuationsInPlace<kSize, 3>(block);
-
-  good &= hasSecondBytesInRange<kSize, 0xF0, 0xF4, 0x90>(block);
-  return good & hasContinuationsInPlace<kSize, 4>(block) & (highest < 0xF5);
+// A short text is tested behind zeros, which take the place of bytes before it. Aligned, since a
+// load that spans several stores (store forwarding) waits for them, more so across cache lines.
+std::size_t passShort(std::string_view text, std::size_t from) {
+  alignas(16) Byte copy[16 + kShort] = {};
+  const std::size_t end = sizeof copy;
+  const std::size_t begin = end - (text.size() - from);
+  std::memcpy(copy + begin, text.data() + from, end - begin);
+  return Blocks<16>::isWellFormed(copy + begin, copy + end) ? text.size() : from;
 }
 
-// Tests block by block from `at` on, and returns the offset of the first block that is not
-// well-formed, or `size`. An incomplete last block is tested as the last kSize bytes of the text.
-template <std::size_t kSize>
-QUEN_IO_INLINE std::size_t passBlocks(const Byte* bytes, std::size_t at, std::size_t size) {
-  while (size - at >= kSize && isWellFormed<kSize>(bytes + at)) at += kSize;
-  const bool atEnd = size - at < kSize;
-  return atEnd && isWellFormed<kSize>(bytes + size - kSize) ? size : at;
-}
-
-QUEN_IO_ALSO_WIDE
-std::size_t passBlocksOfEitherSize(const Byte* bytes, std::size_t at, std::size_t size) {
-  return size >= kPredecessors + kBlock ? passBlocks<kBlock>(bytes, at, size)
-                                        : passBlocks<kSmallBlock>(bytes, at, size);
+// Skips whole words of ASCII.
+std::size_t passAscii(std::string_view text, std::size_t from) {
+  std::uint64_t word = 0;
+  for (; text.size() - from >= sizeof word; from += sizeof word) {
+    std::memcpy(&word, text.data() + from, sizeof word);
+    if ((word & kTopBits) != 0) break;
+  }
+  return from;
 }
 
 // The offset of the lead of the sequence that `at` cuts in two, or `at` if it cuts none. The bytes
 // before `at` are well-formed up to that lead.
 std::size_t sequenceStart(const Byte* bytes, std::size_t at) {
-  if (bytes[at - 1] >= 0xC0) return at - 1;
-  if (bytes[at - 2] >= 0xE0) return at - 2;
-  if (bytes[at - 3] >= 0xF0) return at - 3;
+  if (at >= 1 && bytes[at - 1] >= 0xC0) return at - 1;
+  if (at >= 2 && bytes[at - 2] >= 0xE0) return at - 2;
+  if (at >= 3 && bytes[at - 3] >= 0xF0) return at - 3;
   return at;
 }
 
 }  // namespace
 
-// The first bytes, which have fewer than three before them, are decoded as sequences.
 std::size_t passWellFormed(std::string_view text, std::size_t from) {
-  if (text.size() < kPredecessors + kSmallBlock) return from;
-  const std::size_t start = std::max(from, readSequences(text, from, kPredecessors));
-  if (start < kPredecessors) return from;
+  if (text.size() > kShort) return sequenceStart(bytesOf(text), passBlocks(text, from));
 
-  const std::size_t end = passBlocksOfEitherSize(bytesOf(text), start, text.size());
-  return end == start ? from : sequenceStart(bytesOf(text), end);
+  from = passAscii(text, from);
+  if (text.size() - from < kWorthTesting) return from;
+  return sequenceStart(bytesOf(text), passShort(text, from));
 }
 
 bool validateUtf8(std::string_view text, std::uint64_t& errorOffset, std::size_t from) {

@@ -137,8 +137,8 @@ const std::vector<std::string> kInteresting{
     "\xFF",              //
 };
 
-// Far enough to cross boundaries between blocks of both sizes, and to reach the last block, which
-// overlaps the one before.
+// Far enough to cross the boundary between two blocks, and for last vectors that overlap the one
+// before in every way.
 constexpr std::size_t kFarthest = 600;
 
 TEST_P(ValidateUtf8Within, AgreesWithTheModelOnEachSequenceAtEachOffset) {
@@ -171,8 +171,8 @@ INSTANTIATE_TEST_SUITE_P(Text, ValidateUtf8Within,
 // Sequences of four boundary values, placed across two blocks, within a block and at its end.
 TEST(ValidateUtf8InBlocks, AgreesWithTheModelOnAllSequencesOfBorderBytes) {
   const std::vector<unsigned char> values = borderBytes();
-  for (const std::size_t size : {100U, 400U}) {
-    for (const std::size_t place : {3U, 65U, 90U, 257U, 340U}) {
+  for (const std::size_t size : {40U, 100U, 600U}) {
+    for (const std::size_t place : {3U, 30U, 65U, 257U, 513U, 590U}) {
       if (place + 4 > size) continue;
       std::string text(size, 'a');
       for (const unsigned char first : values) {
