@@ -399,6 +399,13 @@ std::string_view afterLast(std::string_view path, char separator) {
   return path.substr(path.rfind(separator) + 1);
 }
 
+// Without the dot. Empty if the last name has none, or begins with its only one.
+std::string_view extensionOf(std::string_view path) {
+  const std::string_view name = afterLast(path, '/');
+  const std::size_t dot = name.rfind('.');
+  return dot == name.npos || dot == 0 ? std::string_view() : name.substr(dot + 1);
+}
+
 std::map<std::string, Workload> limit() {
   const auto copyAll = [](const char* path) { return std::string(path); };
   return {
@@ -407,8 +414,7 @@ std::map<std::string, Workload> limit() {
       {"resolve", forEachLine(copyAll)},
       {"parent", forEachLine([](const char* path) { return std::string(beforeLast(path, '/')); })},
       {"name", forEachLine([](const char* path) { return std::string(afterLast(path, '/')); })},
-      {"extension",
-       forEachLine([](const char* path) { return std::string(afterLast(path, '.')); })},
+      {"extension", forEachLine([](const char* path) { return std::string(extensionOf(path)); })},
       {"is_normalized", forEachLine([](const char* path) { return std::strlen(path); })},
       {"list", repeated(list)},
       {"remove_tree", repeated(removeTree)},
@@ -458,7 +464,7 @@ std::map<std::string, Workload> limitAtBoundary() {
        })},
       {"extension", forEachLine([](const char* text) {
          const fs::path path = Quen_runtimeFsPath(text);
-         return Quen_allocString(Quen_visiblePathString(afterLast(path.native(), '.'), true));
+         return Quen_allocString(Quen_visiblePathString(extensionOf(path.native()), true));
        })},
       {"is_normalized", forEachObject([](void* object) {
          return Quen_runtimeFsPath(Quen_filePathFromObject(object)).empty();
