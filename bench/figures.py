@@ -4,6 +4,8 @@ import statistics
 
 SCATTERED = 0.25
 AGREES = 0.10
+CONFIRMS = 1.03
+CONFIRMATIONS = 4
 
 
 def scatter(values):
@@ -14,6 +16,12 @@ def scatter(values):
 
 def is_scattered(figure):
     return figure["scatter"] > SCATTERED
+
+
+def is_confirmed(processes):
+    """Whether the fastest round is no accident of one process: others came as close as makes no difference."""
+    fastest = min(map(min, processes))
+    return sum(min(process) <= CONFIRMS * fastest for process in processes) >= CONFIRMATIONS
 
 
 def result_of(name, times, targets, curve=None, allocations=None):

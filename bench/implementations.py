@@ -14,6 +14,8 @@ PEERS = BUILD / "peers"
 # blocks to the system, depending on their size, and page faults then dominate (mallopt(3),
 # M_TRIM_THRESHOLD and M_MMAP_THRESHOLD).
 KEEP_MEMORY = {"MALLOC_TRIM_THRESHOLD_": str(1 << 30), "MALLOC_MMAP_THRESHOLD_": str(32 << 20)}
+# Without a just-in-time compiler, which would have to warm up again.
+RESTARTED = {"module", "plain", "limit", "limit_at_boundary", "c_library", "boost", "narrow", "rust"}
 OWN = ["module", "plain", "limit", "limit_at_boundary", "c_library", "boost"]
 
 COMMANDS = {"limit_at_boundary": [BUILD / "bench/bench_limit", "at_boundary"]}

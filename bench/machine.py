@@ -5,8 +5,9 @@ import pathlib
 import platform
 import re
 import subprocess
+import time
 
-BUSY = 0.5
+BUSY = 0.1
 
 
 def describe(build):
@@ -14,12 +15,25 @@ def describe(build):
     return {
         "processor": processor(),
         "CPUs": len(os.sched_getaffinity(0)),
-        "load": round(os.getloadavg()[0], 2),
+        "load": round(busy_processors(), 2),
         "frequency governor": text_of("/sys/devices/system/cpu/cpu0/cpufreq/scaling_governor"),
         "huge pages": selected(text_of("/sys/kernel/mm/transparent_hugepage/enabled")),
         "kernel": f"{platform.system()} {platform.release()}",
         "compiler": compiler(build),
     }
+
+
+def busy_processors():
+    """How many processors other work uses at present. The load average tells of the last minutes."""
+    before, beforehand = idle_seconds(), time.monotonic()
+    time.sleep(2)
+    idle = (idle_seconds() - before) / (time.monotonic() - beforehand)
+    return max(0.0, os.cpu_count() - idle)
+
+
+def idle_seconds():
+    """The sum of all processors, without the time in which they waited for a disk."""
+    return float(text_of("/proc/uptime").split()[1])
 
 
 def processor():
@@ -54,7 +68,7 @@ def line(machine):
 
 
 def warning(machine):
-    """None when the machine is idle."""
+    """None when the machine is idle, or nearly so."""
     if machine["load"] <= BUSY:
         return None
-    return f"WARNING: the load average is {machine['load']}, above {BUSY}: other work distorts the figures"
+    return f"WARNING: other work uses {machine['load']} processors, which distorts the figures"

@@ -14,12 +14,12 @@ class Workload:
     name: str
     operation: str
     arguments: list  # or functions that make what they return
-    iterations: int
-    rounds: int
+    iterations: int  # at least, in an answer
     # Targets: the implementation to compare with, and the highest accepted ratio to its time.
     targets: dict = dataclasses.field(default_factory=dict)
     curve: dict | None = None  # the curve it is a point of
     only: list | None = None  # the implementations that take part, if not all
+    rounds: int = 5  # of each process
 
     def operation_of(self, implementation):
         return "utf8_simd" if self.operation == "utf8" and implementation == "rust" else self.operation
@@ -73,7 +73,6 @@ def validation(folder, quick):
                 "utf8",
                 [data.text_file(folder, alphabet, size)],
                 max(1, 256 * KIB // size),
-                25 if size < MIB else 9,
                 targets,
                 curve=curve(f"validate {alphabet}", size),
             )
@@ -93,7 +92,6 @@ def whole_files(folder, quick):
                 "read_text",
                 [data.text_file(folder, alphabet, size)],
                 max(1, MIB // size // 4),
-                25 if size < MIB else 9 if size < 100 * MIB else 5,
                 targets,
                 curve=curve(f"read whole, {alphabet}", size),
             )
@@ -101,8 +99,8 @@ def whole_files(folder, quick):
 
 def parts_of_files(folder):
     large = data.text_file(folder, "ascii", 16 * MIB)
-    yield Workload("prefix 4 KiB", "prefix", [large, 4 * KIB], 200, 25, {"limit": 1.25})
-    yield Workload("range 4 KiB", "range", [large, 8 * MIB, 4 * KIB], 200, 25, {"limit": 1.15})
+    yield Workload("prefix 4 KiB", "prefix", [large, 4 * KIB], 200, {"limit": 1.25})
+    yield Workload("range 4 KiB", "range", [large, 8 * MIB, 4 * KIB], 200, {"limit": 1.15})
 
 
 def paths(folder):
@@ -118,7 +116,7 @@ def paths(folder):
         ("name", "name", normal, {"plain": 1.0}),
         ("extension", "extension", normal, {"plain": 1.0}),
     ]:
-        yield Workload(name, operation, [lines], 1, 15, targets)
+        yield Workload(name, operation, [lines], 1, targets)
 
 
 def writing(folder, quick):
@@ -131,10 +129,10 @@ def writing(folder, quick):
         (64 * KIB, 1, 5000, 1.0),
     ]:
         name = f"write {size_name(size)}" + (", two threads" if threads == 2 else "")
-        yield Workload(name, "write", [null, size, threads], times, 15, {"plain": limit})
-        yield Workload(name + ", to a file", "write", [file, size, threads], times // 10, 9)
+        yield Workload(name, "write", [null, size, threads], times, {"plain": limit})
+        yield Workload(name + ", to a file", "write", [file, size, threads], times // 10)
     yield Workload(
-        "publish 4 KiB", "publish", [data.scratch(folder, "index"), 4 * KIB], 100, 25, {"limit": 1.1}
+        "publish 4 KiB", "publish", [data.scratch(folder, "index"), 4 * KIB], 100, {"limit": 1.1}
     )
 
 
@@ -147,7 +145,6 @@ def folders(folder, quick):
             "list",
             [data.listing(folder, entries)],
             max(1, 1000 // entries),
-            25 if entries < 100_000 else 5,
             {"limit": limit, "go": 1.0, "node": 1.0, "python": 1.0},
             curve=curve("list", entries),
         )
@@ -157,10 +154,9 @@ def folders(folder, quick):
         "remove_tree",
         [data.scratch(folder, f"removed-{os.getpid()}"), files],
         1,
-        5,
         {"limit": 1.1},
     )
-    yield Workload("guard", "guard", [data.scratch(folder, "removed")], 1000, 9)
+    yield Workload("guard", "guard", [data.scratch(folder, "removed")], 1000)
 
 
 def growth(folder):
@@ -173,9 +169,9 @@ def growth(folder):
             "list",
             [functools.partial(data.listing, folder, entries)],
             max(1, 10_000 // entries),
-            3 if entries == 1_000_000 else 7,
             curve=curve("listing, per entry", entries, "growth", entries),
             only=OWN,
+            rounds=3 if entries == 1_000_000 else 5,
         )
     for size in [KIB, 64 * KIB, 16 * MIB, 256 * MIB, GIB, 4 * GIB]:
         if 4 * size > memory_available():  # the file in the page cache, and two texts
@@ -185,9 +181,9 @@ def growth(folder):
             "read_text",
             [functools.partial(data.text_file, folder, "ascii", size)],
             max(1, MIB // size),
-            7 if size < GIB else 3,
             curve=curve("reading, per byte", size, "growth", size),
             only=OWN if size < GIB else ["module", "limit", "limit_at_boundary"],
+            rounds=3 if size >= GIB else 5,
         )
     for length in [16, 64, 256, KIB, 4 * KIB]:
         yield Workload(
@@ -195,7 +191,6 @@ def growth(folder):
             "normalize",
             [data.path_of_length(folder, length)],
             1,
-            15,
             curve=curve("normalizing, per byte", length, "growth", data.PATHS_OF_LENGTH * length),
             only=OWN,
         )
@@ -206,7 +201,6 @@ def growth(folder):
             "write_among",
             [null, 64, 1, handles - 1],
             200_000,
-            9,
             curve=curve("writing 64 B, per write, by open handles", handles, "growth"),
             only=OWN,
         )
@@ -231,7 +225,6 @@ def on_threads(folder):
                 "on_threads",
                 [threads, *request],
                 times,
-                7,
                 curve=curve(name, threads, "threads", threads),
                 only=OWN,
             )

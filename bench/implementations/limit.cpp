@@ -41,14 +41,14 @@ struct Free {
 };
 using Memory = std::unique_ptr<char[], Free>;
 
-// Not zeroed, aligned to a cache line, which keeps copies clear of 4 KiB aliasing, and with huge
-// pages when it is large.
+// Not zeroed, with spare capacity that keeps copies clear of 4 KiB aliasing, and with huge pages
+// when it is large. Aligned memory would leave gaps in the heap, which grows then: new pages cost
+// more.
 Memory memoryOf(std::size_t size) {
-  constexpr std::size_t kAlignment = 64;
-  const std::size_t whole = (size / kAlignment + 1) * kAlignment;
-  Memory memory(static_cast<char*>(std::aligned_alloc(kAlignment, whole)));
+  constexpr std::size_t kSpare = 64;
+  Memory memory(static_cast<char*>(std::malloc(size + kSpare)));
   if (memory == nullptr) throw std::bad_alloc();
-  quen::io::adviseHugePages({memory.get(), whole});
+  quen::io::adviseHugePages({memory.get(), size});
   return memory;
 }
 

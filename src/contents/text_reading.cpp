@@ -33,8 +33,8 @@ namespace {
 // unless they have this much spare capacity.
 constexpr std::size_t kAliasingDistance = 32;
 
-// What a std::filebuf asks for. It is no multiple of 8, so that kernel files that consist of records
-// (/proc/self/pagemap) refuse it with EINVAL, as they refuse a filebuf. A file that is smaller is
+// What a std::filebuf asks for. It is no multiple of 8, so that kernel files of records, such as
+// /proc/self/pagemap, refuse it with EINVAL, as they refuse a filebuf. A file that is smaller is
 // never asked for its size.
 constexpr std::size_t kFirstRequest = 8'191;
 

@@ -1,8 +1,7 @@
 // The small runtime with one deliberate mistake, named by the environment variable QUEN_IO_BROKEN,
 // or without one if it is not set. Runs the conformance kit, which has to detect every mistake.
-// With
-// --broken it prints the names of the mistakes, with --fatal those that end the process or hang.
-// QUEN_IO_ADAPTER names an adapter for another kind of runtime.
+// With --broken it prints the names of the mistakes, with --fatal those that end the process or
+// hang. QUEN_IO_ADAPTER names an adapter for another kind of runtime.
 
 #include <pthread.h>
 #include <unistd.h>

@@ -1,9 +1,9 @@
 // All 2^32 windows of four bytes at places of the validator's blocks, against an automaton made
 // from the table of well-formed sequences:
 //
-//     quen_io_windows [STEP]    every STEP-th of the 65,536 first two bytes, with all last two
-//     bytes
+//     quen_io_windows [STEP]
 //
+// tries every STEP-th of the 65,536 first two bytes, each with all last two bytes.
 // tests/contents/run_windows runs it for both widths of vectors.
 
 #include <atomic>
@@ -42,8 +42,7 @@ State after(const State& state, unsigned char byte) {
 struct Place {
   std::size_t size;
   std::size_t offset;
-  bool allTests;  // a sequence of four bytes elsewhere in each block lets none of the tests be left
-                  // out
+  bool allTests;  // with a four-byte sequence elsewhere in each block, so that no test is left out
 };
 
 // A short text, and one of two blocks: 3 to 514, and 515 to the end.

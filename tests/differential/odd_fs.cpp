@@ -1,5 +1,6 @@
-// A FUSE file system whose files misbehave, each in the way that its name says: quen_io_odd_fs
-// FOLDER
+// A FUSE file system whose files misbehave, each in the way that its name says:
+//
+//     quen_io_odd_fs FOLDER
 //
 // It has two folders with the same entries, "plain" and "module", so that each form starts from
 // unused files. Prints "mounted" when it is ready, and exits when it is unmounted.
