@@ -23,6 +23,15 @@ std::int64_t sizeOrZero(const fs::path& path) {
   return error ? 0 : static_cast<std::int64_t>(size);
 }
 
+// Nanoseconds as an unsigned number. Differences and sums wrap around, where signed ones would
+// overflow: the file clock cannot express times before 1882, so the library's result has wrapped
+// around already, and adding the epoch brings it back.
+template <class Time>
+std::uint64_t ticks(const Time& time) {
+  const std::chrono::nanoseconds sinceEpoch = time.time_since_epoch();
+  return static_cast<std::uint64_t>(sinceEpoch.count());
+}
+
 bool isOfKind(void* object, QuenPathEntryKind kind) {
   const char* text = Quen_filePathFromObject(object);
   return !isEmpty(text) && Quen_pathEntryKind(Quen_runtimeFsPath(text)) == kind;
@@ -88,7 +97,8 @@ std::int64_t quen_io_Path__lastModified(void* self) {
 
   const auto systemNow = std::chrono::system_clock::now();
   const auto fileNow = fs::file_time_type::clock::now();
-  const std::chrono::nanoseconds sinceEpoch = (written - fileNow) + systemNow.time_since_epoch();
+  const std::uint64_t time = ticks(written) - ticks(fileNow) + ticks(systemNow);
+  const std::chrono::nanoseconds sinceEpoch(static_cast<std::int64_t>(time));
   return std::chrono::duration_cast<std::chrono::milliseconds>(sinceEpoch).count();
 }
 

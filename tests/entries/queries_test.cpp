@@ -212,6 +212,30 @@ TEST_F(LastModified, BeforeThatIsNegativeAndCutOffTowardsIt) {
   EXPECT_EQ(quen_io_Path__lastModified(newPath(file.native())), -1);
 }
 
+// The library answers EOVERFLOW for a time that 64 bits of nanoseconds do not express. What the
+// file system cannot express, it has replaced by a time that it can.
+TEST_F(LastModified, IsExactFrom1678To2262AndZeroAfterwards) {
+  const fs::path file = scratch.file("file");
+  constexpr std::int64_t kEnd = 9'223'372'036;  // 2262-04-11, in seconds since 1970
+  for (const std::int64_t second :
+       {-kEnd, std::int64_t{-5'364'662'400}, std::int64_t{-2'208'988'800}, std::int64_t{-1},
+        std::int64_t{4'294'967'296}, kEnd - 1, kEnd, std::int64_t{253'370'764'800}}) {
+    SCOPED_TRACE(second);
+    const timespec stamps[2] = {{0, 0}, {second, 250'000'000}};
+    ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), stamps, 0), 0);
+    struct stat entry {};
+    ASSERT_EQ(stat(file.c_str(), &entry), 0);
+    const timespec& set = entry.st_mtim;
+
+    const std::int64_t answer = quen_io_Path__lastModified(newPath(file.native()));
+    if (set.tv_sec >= kEnd) {
+      EXPECT_EQ(answer, 0);
+    } else {
+      expectTime({set.tv_sec, set.tv_nsec, set.tv_sec * 1'000 + set.tv_nsec / 1'000'000}, answer);
+    }
+  }
+}
+
 TEST_F(LastModified, IsTheTargetsBehindALinkAndAFoldersOwn) {
   const fs::path folder = scratch.folder("folder");
   const timespec stamps[2] = {{0, 0}, {1'000, 500'000'000}};

@@ -282,8 +282,8 @@ MUTANTS = [
     ),
     (
         "src/entries/queries.cpp",
-        "(written - fileNow) + systemNow.time_since_epoch()",
-        "written.time_since_epoch()",
+        "ticks(written) - ticks(fileNow) + ticks(systemNow)",
+        "ticks(written)",
     ),
     (
         "src/entries/queries.cpp",

@@ -22,11 +22,15 @@ using namespace quen::plain;
 namespace {
 
 // Reads system_clock before file_clock; the order decides in which direction the result is off.
+// Unsigned numbers wrap around for times before 1882, where signed ones would overflow.
 std::int64_t millisecondsSinceEpoch(fs::file_time_type written) {
-  const auto systemNow = std::chrono::system_clock::now();
-  const auto fileNow = fs::file_time_type::clock::now();
-  const std::chrono::nanoseconds time = written - fileNow + systemNow.time_since_epoch();
-  return time.count() / 1'000'000;
+  const std::chrono::nanoseconds systemNow = std::chrono::system_clock::now().time_since_epoch();
+  const std::chrono::nanoseconds fileNow = fs::file_time_type::clock::now().time_since_epoch();
+  const std::chrono::nanoseconds file = written.time_since_epoch();
+  const std::uint64_t offset =
+      static_cast<std::uint64_t>(systemNow.count()) - static_cast<std::uint64_t>(fileNow.count());
+  const std::uint64_t time = static_cast<std::uint64_t>(file.count()) + offset;
+  return static_cast<std::int64_t>(time) / 1'000'000;
 }
 
 std::int64_t sizeOrZero(const fs::path& path) {
