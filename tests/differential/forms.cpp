@@ -336,7 +336,7 @@ std::string Form::expand(std::string_view text) const {
 
 Outcome Form::call(const EntryPoint& entry, const Arguments& arguments,
                    const Circumstances& circumstances) const {
-  enterFolder(folder_);
+  if (circumstances.entersFolder) enterFolder(folder_);
   const small::Scope scope;
   const Passing passing(*this, entry, arguments);
   if (circumstances.exceptionPending) Quen_raise("IOException", "Raised before the call");

@@ -54,6 +54,7 @@ struct Circumstances {
   bool refusesBytes = false;              // rejects every Byte[], without an error text
   bool knowsQualifiedNamesOnly = false;   // class tests fail for short names
   std::vector<std::string> windowsRoots;  // path texts with an explicit Windows root
+  bool entersFolder = true;               // else the working directory stays as it is
   std::function<void(const std::string& operation)> interfere = {};  // called before each operation
 };
 
@@ -80,7 +81,8 @@ class Form {
   const std::string& name() const { return name_; }
   const std::filesystem::path& folder() const { return folder_; }
 
-  // Calls with the form's folder as working directory, which is created again if it is missing.
+  // Calls with the form's folder as working directory, which is created again if it is missing,
+  // unless the circumstances say otherwise.
   Outcome call(const EntryPoint& entry, const Arguments& arguments,
                const Circumstances& circumstances = {}) const;
 

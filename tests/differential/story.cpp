@@ -5,9 +5,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <sstream>
+#include <vector>
 
 namespace quen::differential {
 
@@ -15,6 +18,31 @@ namespace {
 
 // The file to which a child writes its log directly, so that no line is lost if it crashes.
 int gTold = -1;
+
+// The parts of a log. Lines that belong to the line before them, such as the outcome of a call,
+// begin with two spaces.
+std::vector<std::string> parts(const std::string& told) {
+  std::vector<std::string> parts;
+  std::istringstream lines(told);
+  for (std::string line; std::getline(lines, line);) {
+    if (parts.empty() || !line.starts_with("  ")) parts.emplace_back();
+    parts.back() += line + '\n';
+  }
+  return parts;
+}
+
+// The parts that differ, of which a log may have thousands.
+std::string differences(const std::string& plain, const std::string& module) {
+  const std::vector<std::string> expected = parts(plain);
+  const std::vector<std::string> found = parts(module);
+  std::string different;
+  for (std::size_t i = 0; i < std::max(expected.size(), found.size()); ++i) {
+    const std::string one = i < expected.size() ? expected[i] : "nothing\n";
+    const std::string other = i < found.size() ? found[i] : "nothing\n";
+    if (one != other) different += "plain form: " + one + "module: " + other;
+  }
+  return different;
+}
 
 }  // namespace
 
@@ -30,9 +58,9 @@ Outcome Story::call(std::string_view entry, const Arguments& arguments,
   return outcome;
 }
 
-std::int64_t Story::open(const std::string& path, bool append) {
-  const Outcome outcome =
-      form_.call(entryPoint("quen_io_FileWriter__openPath"), {text(path), number(append ? 1 : 0)});
+std::int64_t Story::open(const std::string& path, bool append, const Circumstances& circumstances) {
+  const Outcome outcome = form_.call(entryPoint("quen_io_FileWriter__openPath"),
+                                     {text(path), number(append ? 1 : 0)}, circumstances);
   tell("open " + path + ' ' + (outcome.result == "0" ? outcome.exception : "gives a handle"));
   return outcome.result.empty() ? 0 : std::stoll(outcome.result);
 }
@@ -82,14 +110,15 @@ Judge& freshJudge() {
   return judge;
 }
 
-void expectSame(const std::function<void(Story& story)>& tell) {
+std::string expectSame(const std::function<void(Story& story)>& tell) {
   const Judge& judge = freshJudge();
   Story plain(judge.plain());
   tell(plain);
   Story module(judge.module());
   tell(module);
-  EXPECT_EQ(module.told(), plain.told());
+  EXPECT_EQ(differences(plain.told(), module.told()), "");
   EXPECT_EQ(judge.compareFolders(), "");
+  return module.told();
 }
 
 }  // namespace quen::differential

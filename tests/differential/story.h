@@ -23,8 +23,9 @@ class Story {
                const Circumstances& circumstances = {});
 
   // Opens a writer and logs the outcome. Returns its handle, which is not logged because it may
-  // differ between the forms.
-  std::int64_t open(const std::string& path, bool append = false);
+  // differ between the forms; 0 if it raised.
+  std::int64_t open(const std::string& path, bool append = false,
+                    const Circumstances& circumstances = {});
 
   // Logs a line, or the contents of a file.
   void tell(std::string_view line);
@@ -44,7 +45,7 @@ class Story {
 // The judge of this process, with empty folders.
 Judge& freshJudge();
 
-// Runs the scenario with both forms and expects equal logs.
-void expectSame(const std::function<void(Story& story)>& tell);
+// Runs the scenario with both forms and expects equal logs. Returns the module's.
+std::string expectSame(const std::function<void(Story& story)>& tell);
 
 }  // namespace quen::differential
