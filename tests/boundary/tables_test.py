@@ -164,6 +164,9 @@ TABLES = [
         named_in("fuzz/*_fuzz.cpp", "tests/differential/forms.cpp"),
     ),
     Table(
+        "tests/memory/probe.cpp: peak of memory", named_in("tests/memory/probe.cpp"), wants_forwarders=True
+    ),
+    Table(
         "bench/implementations/entry_points.cpp: measured",
         named_in("bench/implementations/entry_points.cpp"),
         {
