@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <lua.hpp>
+#include <new>
 #include <string_view>
 #include <tuple>
 
@@ -149,6 +150,7 @@ struct Call {
       }
       return std::is_void_v<Result> ? 0 : 1;
     } catch (const std::exception&) {  // std::bad_alloc
+      parts::takeException();          // may have been raised before
     }
     return luaL_error(state, "not enough memory");
   }
@@ -156,15 +158,19 @@ struct Call {
 
 template <class Conversion, class Result, class... Arguments>
 int callEntry(lua_State* state, Result (*entry)(Arguments...), Parameters parameters) {
-  int status = LUA_ERRRUN;
-  {
+  int status = LUA_OK;
+  bool outOfMemory = false;
+  try {
     Call<Conversion, Result, Arguments...> call{Conversion(state, parameters), entry};
     lua_pushcfunction(state, call.run);
     lua_insert(state, 1);
     lua_pushlightuserdata(state, &call);
     lua_insert(state, 2);
     status = lua_pcall(state, lua_gettop(state) - 1, 1, 0);
+  } catch (const std::bad_alloc&) {  // of the conversion, which may not pass through Lua
+    outOfMemory = true;
   }
+  if (outOfMemory) return luaL_error(state, "not enough memory");
   return status == LUA_OK ? 1 : lua_error(state);
 }
 

@@ -72,9 +72,9 @@ class Frame {
     if (last_ + 1 == kMostHandles) luaL_error(state, "too many objects");
     lua_rawgetp(state, LUA_REGISTRYINDEX, &kHandles);
     lua_insert(state, -2);
-    lua_rawseti(state, -2, ++last_);
+    lua_rawseti(state, -2, last_ + 1);
     lua_pop(state, 1);
-    return gRange + last_;
+    return gRange + ++last_;
   }
 
   lua_State* state() const { return state_; }

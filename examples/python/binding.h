@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -60,13 +61,26 @@ inline Owned decoded(std::string_view bytes) {
   return Owned(PyUnicode_DecodeUTF8(bytes.data(), size, "surrogateescape"));
 }
 
+// Forgets an exception of Python, unless it is that of exhausted memory.
+inline void clearError() {
+  const bool outOfMemory =
+      PyErr_Occurred() != nullptr && PyErr_ExceptionMatches(PyExc_MemoryError) != 0;
+  PyErr_Clear();
+  if (outOfMemory) throw std::bad_alloc();
+}
+
+struct ReleaseBuffer {
+  void operator()(Py_buffer* view) const { PyBuffer_Release(view); }
+};
+using LentBuffer = std::unique_ptr<Py_buffer, ReleaseBuffer>;
+
 // The bytes of a str or bytes object, which stay in `kept`. None after a Python exception.
 inline std::string_view bytesOf(PyObject* text, std::vector<Owned>& kept) {
   PyObject* bytes = PyBytes_Check(text)
                         ? Py_NewRef(text)
                         : PyUnicode_AsEncodedString(text, "utf-8", "surrogateescape");
   if (bytes == nullptr) return {};
-  kept.emplace_back(bytes);
+  kept.push_back(Owned(bytes));
   return {PyBytes_AS_STRING(bytes), static_cast<std::size_t>(PyBytes_GET_SIZE(bytes))};
 }
 
@@ -121,6 +135,7 @@ PyObject* callEntry(Result (*entry)(Arguments...), Parameters parameters, PyObje
       return call.finish() ? call.give(result) : nullptr;
     }
   } catch (const std::exception& error) {  // std::bad_alloc
+    parts::takeException();                // may have been raised before
     PyErr_SetString(PyExc_MemoryError, error.what());
     return nullptr;
   }

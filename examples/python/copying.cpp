@@ -36,7 +36,9 @@ class Call {
     if (const auto raised = small::takeException()) raise(*raised);
     for (const auto& [value, native, path] : passed_) {
       const char* now = Quen_filePathFromObject(native);
-      if (now != path) PyObject_SetAttrString(value, "_path", decoded(now).get());
+      if (now == path) continue;
+      const Owned text = decoded(now);
+      if (text) PyObject_SetAttrString(value, "_path", text.get());
     }
     return PyErr_Occurred() == nullptr;
   }
@@ -98,13 +100,12 @@ class Call {
     if (PyUnicode_Check(value)) return small::newString(bytesOf(value, kept_));
     Py_buffer view;
     if (PyObject_GetBuffer(value, &view, parameters_.fills ? PyBUF_WRITABLE : PyBUF_SIMPLE) != 0) {
-      PyErr_Clear();
+      clearError();
       return small::newObject("Object");
     }
+    const LentBuffer lent(&view);
     const auto* bytes = static_cast<const std::uint8_t*>(view.buf);
-    void* array = small::newByteArray(std::vector<std::uint8_t>(bytes, bytes + view.len));
-    PyBuffer_Release(&view);
-    return array;
+    return small::newByteArray(std::vector<std::uint8_t>(bytes, bytes + view.len));
   }
 
   void* copyPathIn(PyObject* value) {

@@ -53,8 +53,10 @@ class HandleTable {
     }
     if (free_.empty()) {
       if (objects_.size() == kMostHandles) throw std::bad_alloc();
-      free_.push_back(gRange + objects_.size());
+      // There is room for every handle, so that remove() needs no memory.
+      if (free_.capacity() == objects_.size()) free_.reserve(2 * objects_.size() + 1);
       objects_.emplace_back();
+      free_.push_back(gRange + objects_.size() - 1);
     }
     char* handle = free_.back();
     free_.pop_back();
@@ -96,15 +98,17 @@ class Frame {
   Frame() : outer_(std::exchange(tInnermost, this)) {}
   ~Frame() {
     tInnermost = outer_;
-    // Out of the table first: releasing the last reference may run a finalizer, which may call.
-    for (void* handle : handles_) kept_.push_back(handles().remove(handle));
+    // Each is out of the table before its object is released, which may run a finalizer that calls.
+    for (void* handle : handles_) {
+      if (handle != nullptr) handles().remove(handle);
+    }
   }
   Frame(const Frame&) = delete;
   Frame& operator=(const Frame&) = delete;
 
   void* add(Owned object) {
-    handles_.push_back(handles().add(std::move(object)));
-    return handles_.back();
+    handles_.push_back(nullptr);  // first, so that without memory no handle is lost
+    return handles_.back() = handles().add(std::move(object));
   }
 
   std::vector<Owned>& kept() { return kept_; }
@@ -166,7 +170,7 @@ class Call {
 Owned attribute(void* object, const char* name) {
   PyObject* known = handles().find(object);
   Owned value(known == nullptr ? nullptr : PyObject_GetAttrString(known, name));
-  if (!value) PyErr_Clear();
+  if (!value) clearError();
   return value;
 }
 
@@ -176,14 +180,13 @@ bool withBuffer(void* object, int flags, std::string& error, Use use) {
   PyObject* known = handles().find(object);
   Py_buffer view;
   if (known == nullptr || PyObject_GetBuffer(known, &view, flags) != 0) {
-    PyErr_Clear();
+    clearError();
     error = "Expected Byte[] but got ";
     error += known == nullptr ? "null" : Py_TYPE(known)->tp_name;
     return false;
   }
-  const bool done = use(static_cast<std::uint8_t*>(view.buf), static_cast<std::uint64_t>(view.len));
-  PyBuffer_Release(&view);
-  return done;
+  const LentBuffer lent(&view);
+  return use(static_cast<std::uint8_t*>(view.buf), static_cast<std::uint64_t>(view.len));
 }
 
 }  // namespace
@@ -208,7 +211,7 @@ const char* Quen_filePathFromObject(void* object) {
   const Owned text = attribute(object, "_path");
   if (!text || text.get() == Py_None) return nullptr;
   const char* bytes = bytesOf(text.get(), Frame::current().kept()).data();
-  PyErr_Clear();
+  clearError();
   return bytes;
 }
 
@@ -241,14 +244,14 @@ std::int64_t Quen_getField_i64(void* object, const char* field) {
   const Gil gil;
   const Owned value = attribute(object, field);
   const long long number = value ? PyLong_AsLongLong(value.get()) : 0;
-  PyErr_Clear();
+  clearError();
   return number;
 }
 
 void Quen_setField_ptr(void* object, const char* field, void* value) {
   const Gil gil;
   PyObject* stored = value == nullptr ? Py_None : handles().find(value);
-  if (PyObject_SetAttrString(handles().find(object), field, stored) != 0) PyErr_Clear();
+  if (PyObject_SetAttrString(handles().find(object), field, stored) != 0) clearError();
 }
 
 int Quen_isInstanceOf(void* object, const char* className) {

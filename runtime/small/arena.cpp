@@ -44,6 +44,9 @@ class ChunkMap {
     return ((word >> (place % 64)) & 1) != 0;
   }
 
+  // Allocates what insert() needs, which does not fail then.
+  void prepareFor(const Chunk* chunk) { wordOf(chunk); }
+
   void insert(const Chunk* chunk) { wordOf(chunk).fetch_or(bitOf(chunk)); }
   void erase(const Chunk* chunk) { wordOf(chunk).fetch_and(~bitOf(chunk)); }
 
@@ -85,13 +88,15 @@ class ChunkPool {
     if (Chunk* spare = takeSpare()) return spare;
     void* memory = std::aligned_alloc(kChunkSize, kChunkSize);
     if (memory == nullptr) throw std::bad_alloc();
-    return new (memory) Chunk;
+    std::unique_ptr<Chunk, decltype(&std::free)> chunk(new (memory) Chunk, std::free);
+    gChunkMap.prepareFor(chunk.get());
+    return chunk.release();
   }
 
   void giveBack(Chunk* chunk) {
     const std::lock_guard lock(mutex_);
-    if (spares_.size() < kSpareChunks) {
-      spares_.push_back(chunk);
+    if (count_ < spares_.size()) {
+      spares_[count_++] = chunk;
     } else {
       std::free(chunk);
     }
@@ -100,14 +105,13 @@ class ChunkPool {
  private:
   Chunk* takeSpare() {
     const std::lock_guard lock(mutex_);
-    if (spares_.empty()) return nullptr;
-    Chunk* spare = spares_.back();
-    spares_.pop_back();
-    return spare;
+    return count_ == 0 ? nullptr : spares_[--count_];
   }
 
   std::mutex mutex_;
-  std::vector<Chunk*> spares_;
+  // An array, because a destructor gives chunks back, which may not allocate.
+  std::array<Chunk*, kSpareChunks> spares_{};
+  std::size_t count_ = 0;
 };
 
 // Never destroyed: threads and static objects may still hold a scope during exit.

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <string>
 #include <system_error>
 
@@ -29,11 +30,25 @@ fs::path nextTemporary(const fs::path& target) {
   return temporary;
 }
 
-// Removes the temporary before raising, so that it is gone when the exception is seen.
-void abandon(const fs::path& temporary, const char* message) {
+void removeIfPossible(const fs::path& temporary) {
   std::error_code ignored;
   fs::remove(temporary, ignored);
+}
+
+// Removes the temporary before raising, so that it is gone when the exception is seen.
+void abandon(const fs::path& temporary, const char* message) {
+  removeIfPossible(temporary);
   raiseIOException(message);
+}
+
+// A std::filebuf allocates its buffer after it has created the file.
+void create(std::ofstream& file, const fs::path& temporary) {
+  try {
+    file.open(temporary, std::ios::out | std::ios::binary | std::ios::trunc);
+  } catch (const std::bad_alloc&) {
+    removeIfPossible(temporary);
+    throw;
+  }
 }
 
 }  // namespace
@@ -46,7 +61,8 @@ void quen_data_internal_DocumentIndexStore__writeAtomic(const char* path, const 
   const fs::path target = Quen_runtimeFsPath(path);
   const fs::path temporary = nextTemporary(target);
 
-  std::ofstream file(temporary, std::ios::out | std::ios::binary | std::ios::trunc);
+  std::ofstream file;
+  create(file, temporary);
   if (!file) {
     raiseIOException("Cannot create temporary document index");
     return;

@@ -164,6 +164,17 @@ TABLES = [
         named_in("fuzz/*_fuzz.cpp", "tests/differential/forms.cpp"),
     ),
     Table(
+        "tests/limits/every_entry_point.cpp: with little memory and little stack",
+        named_in("tests/limits/every_entry_point.cpp"),
+        wants_forwarders=True,
+    ),
+    Table(
+        "tests/limits/host_calls.txt: with little memory in an interpreter",
+        lambda: set(re.findall(r"[\w.]*\w(?=\()", text_of("tests/limits/host_calls.txt")))
+        & set(SHORT.values()),
+        wants_forwarders=True,
+    ),
+    Table(
         "tests/memory/probe.cpp: peak of memory", named_in("tests/memory/probe.cpp"), wants_forwarders=True
     ),
     Table(

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <type_traits>
+#include <variant>
 #include <vector>
 
 #include "tests/support/scratch_folder.h"
@@ -26,9 +28,26 @@ struct Ground {
   Ground& operator=(const Ground&) = delete;
 };
 
+// What an entry point returned.
+using Returned = std::variant<std::monostate, bool, std::int64_t, void*>;
+
+// In words, with the contents of an object; names of a list are sorted.
+std::string describe(const Returned& returned);
+
 struct EntryPointCall {
+  template <class Call>
+  EntryPointCall(const char* itsName, const Call& call)
+      : name(itsName), make([call](const Ground& ground) -> Returned {
+          if constexpr (std::is_void_v<std::invoke_result_t<Call, const Ground&>>) {
+            call(ground);
+            return {};
+          } else {
+            return call(ground);
+          }
+        }) {}
+
   const char* name;
-  std::function<void(const Ground& ground)> make;
+  std::function<Returned(const Ground& ground)> make;
 };
 
 const std::vector<EntryPointCall>& everyEntryPoint();

@@ -74,16 +74,6 @@ class ExhaustedMemory : public BoundaryTest {
     return failed;
   }
 
-  // std::ofstream may throw std::bad_alloc after creating the file. A publication does not catch
-  // it, so its temporary file stays.
-  void removeTemporaries() {
-    for (const auto& entry : std::filesystem::directory_iterator(scratch.path())) {
-      if (entry.path().extension().native().starts_with(".tmp-")) {
-        std::filesystem::remove(entry.path());
-      }
-    }
-  }
-
   // Deadlocks if the registry's lock is still held.
   void expectRegistryUsable() {
     const auto handle = quen_io_FileWriter__openPath((scratch / "other").c_str(), 0);
@@ -114,11 +104,30 @@ TEST_F(ExhaustedMemory, LeavesAsBadAllocAndLeavesNothingBehind) {
         }
         EXPECT_EQ(openFiles(), before) << "after allocation " << number;
         expectRegistryUsable();
-        removeTemporaries();
         if (!failed) return;
       }
     });
   }
+}
+
+// std::ofstream throws std::bad_alloc after it has created the file.
+TEST_F(ExhaustedMemory, LeavesNoTemporaryIndex) {
+  const std::string index = scratch.file("index", "old");
+  const EntryPointCall publish{"publish", [&](const Ground&) {
+                                 quen_data_internal_DocumentIndexStore__writeAtomic(index.c_str(),
+                                                                                    "new");
+                               }};
+  const Ground ground(scratch);
+  int failures = 0;
+
+  for (int number = 0; failsAtAllocation(number, publish, ground); ++number) {
+    ++failures;
+    EXPECT_EQ(contents(index), "old");
+    EXPECT_EQ(namesIn(scratch.path()).find(".tmp-"), std::string::npos) << "at " << number;
+  }
+
+  EXPECT_GT(failures, 0);
+  EXPECT_EQ(contents(index), "new");
 }
 
 // Without the memory for the claimed size of the file, its text grows by doubling.

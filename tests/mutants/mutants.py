@@ -665,9 +665,10 @@ MUTANTS = [
     ("src/data/document_index.cpp", "  fs::remove(temporary, ignored);\n", ""),
     (
         "src/data/document_index.cpp",
-        "  fs::remove(temporary, ignored);\n  raiseIOException(message);",
-        "  raiseIOException(message);\n  fs::remove(temporary, ignored);",
+        "  removeIfPossible(temporary);\n  raiseIOException(message);",
+        "  raiseIOException(message);\n  removeIfPossible(temporary);",
     ),
+    ("src/data/document_index.cpp", "    removeIfPossible(temporary);\n    throw;", "    throw;"),
     (
         "src/data/document_index.cpp",
         "isEmpty(path) || content == nullptr",
