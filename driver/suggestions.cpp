@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
-#include <utility>
 
 namespace quen::driver {
 
@@ -59,18 +58,17 @@ std::string suggestionFor(std::string_view typed, const std::vector<Candidate>& 
   if (typed.empty()) return otherwise;
 
   const std::string wanted = lowerCase(typed);
-  std::vector<std::pair<std::size_t, std::string_view>> nearest;
+  std::size_t least = wanted.size() / 3;
+  std::vector<std::string_view> nearest;
   for (const Candidate& candidate : candidates) {
     const std::size_t away = distance(wanted, candidate);
-    if (away <= wanted.size() / 3) nearest.emplace_back(away, candidate.name);
+    if (away > least) continue;
+    if (away < least) nearest.clear();
+    least = away;
+    nearest.push_back(candidate.name);
   }
-  std::ranges::stable_sort(nearest, {}, &std::pair<std::size_t, std::string_view>::first);
-
-  std::vector<std::string_view> names;
-  for (const auto& [away, name] : nearest) {
-    if (away == nearest.front().first && names.size() < kMostSuggestions) names.push_back(name);
-  }
-  return names.empty() ? otherwise : "did you mean " + join(names) + "?";
+  nearest.resize(std::min(nearest.size(), kMostSuggestions));
+  return nearest.empty() ? otherwise : "did you mean " + join(nearest) + "?";
 }
 
 std::string join(const std::vector<std::string_view>& names) {
