@@ -90,7 +90,7 @@ void quen_io_FilePath_touch(void* self) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   if (fs::exists(status)) return updateTimeOrRaise(path);
-  if (error && !fs::status_known(status)) return raiseIOException("Cannot access path");
+  if (!fs::status_known(status)) return raiseIOException("Cannot access path");
   createFileOrRaise(path);
 }
 

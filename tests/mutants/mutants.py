@@ -302,7 +302,7 @@ MUTANTS = [
     ),
     (
         "src/entries/mutations.cpp",
-        'if (error && !fs::status_known(status)) return raiseIOException("Cannot access path");',
+        'if (!fs::status_known(status)) return raiseIOException("Cannot access path");',
         "",
     ),
     (
