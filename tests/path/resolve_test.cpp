@@ -41,6 +41,8 @@ TEST_F(Resolve, JoinsAndNormalizes) {
       {"a/b/", "c", "a/b/c", false, false},
       {"a//b", "c//d", "a/b/c/d", false, false},
       {"/", "a", "/a", false, false},
+      {"//a", "b", "/a/b", false, false},
+      {"//", "a", "//a", false, false},
       {"a", ".", "a/", false, false},
       {"a", "./b/.", "a/b/", false, false},
       {".", "a", "a", false, false},

@@ -743,6 +743,38 @@ TEST_F(Writers, AForkWaitsForALookUpAndLeavesAChildThatWritesItsCopiesOut) {
   EXPECT_EQ(raisedByClosing(handle), "");
 }
 
+// Another thread keeps the lock for longer than a fork waits. The child, where that thread does not
+// exist, exits without its copies of the texts.
+TEST_F(Writers, AForkThatWaitedInVainLeavesAChildThatExits) {
+  if (kSanitized) GTEST_SKIP() << "forks while another thread runs";
+  const Watchdog watchdog;
+  const Handle handle = open(scratch / "file");
+  EXPECT_EQ(raisedByWriting(handle, "waiting"), "");
+  std::latch held(1);
+  std::latch ended(1);
+  std::jthread other([&] {
+    const BeforeCall unlock(SystemCall::kUnlock, [&] {
+      held.count_down();
+      ended.wait();
+    });
+    quen_io_FileWriter__writeHandle(handle, "");
+  });
+  held.wait();
+
+  const pid_t child = fork();
+  if (child == 0) std::exit(7);
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  const std::string writtenByTheChild = contents(scratch / "file");
+  ended.count_down();
+  other.join();
+
+  EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 7);
+  EXPECT_EQ(writtenByTheChild, "");
+  EXPECT_EQ(raisedByClosing(handle), "");
+  EXPECT_EQ(contents(scratch / "file"), "waiting") << "written by the parent";
+}
+
 // While one writer blocks: a full pipe blocks it in write(2) until the test reads.
 
 class SlowReader {
