@@ -11,6 +11,8 @@ PYTHON_COLUMNS=110
 # new from the number of inputs. For ctest -E.
 EXHAUSTIVE_TESTS='^(Lead/|Text/ValidateUtf8Within|ValidateUtf8InBlocks|ValidateUtf8\.Agrees|GeneratedPaths|Scopes\.|long\.)'
 EXHAUSTIVE_TESTS+='|^PassWellFormed\.StopsAtTheBeginning'
+# Also the tests that do not call the module, or only on its usual paths.
+LEFT_OUT_OF_COVERAGE="$EXHAUSTIVE_TESTS|^(boundary\.|conformance|consumer|docs|scripts)"
 
 # The packages among the arguments that are not installed.
 missing_packages() {
