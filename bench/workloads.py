@@ -131,9 +131,7 @@ def writing(folder, quick):
         name = f"write {size_name(size)}" + (", two threads" if threads == 2 else "")
         yield Workload(name, "write", [null, size, threads], times, {"plain": limit})
         yield Workload(name + ", to a file", "write", [file, size, threads], times // 10)
-    yield Workload(
-        "publish 4 KiB", "publish", [data.scratch(folder, "index"), 4 * KIB], 100, {"limit": 1.1}
-    )
+    yield Workload("publish 4 KiB", "publish", [data.scratch(folder, "index"), 4 * KIB], 100, {"limit": 1.1})
 
 
 def folders(folder, quick):
