@@ -21,7 +21,7 @@ namespace {
 // has none; a thread that ends with a pending exception has it destroyed by a key (pthread_key_t).
 class PendingException {
  public:
-  bool has_value() const { return held_; }
+  bool isPending() const { return held_; }
 
   // Fails only if no exception has been pending on this thread yet. At exit, the key may be gone.
   void set(Exception exception) {
@@ -77,10 +77,10 @@ std::string textOf(const char* text) { return text == nullptr ? "" : text; }
 }  // namespace
 
 void raise(const char* exceptionClass, const char* message) {
-  if (!tPending.has_value()) tPending.set({textOf(exceptionClass), textOf(message)});
+  if (!tPending.isPending()) tPending.set({textOf(exceptionClass), textOf(message)});
 }
 
-int hasPendingError() { return tPending.has_value() ? 1 : 0; }
+int hasPendingError() { return tPending.isPending() ? 1 : 0; }
 
 std::optional<Exception> takeException() { return tPending.take(); }
 
