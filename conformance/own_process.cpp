@@ -1,5 +1,6 @@
 // A requirement in a forked process, which answers through a pipe.
 
+#include <cxxabi.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -15,7 +16,6 @@
 #include <thread>
 
 #include "conformance/verdict.h"
-#include "runtime/forced_unwind.h"
 
 namespace quen::conformance {
 
@@ -49,7 +49,7 @@ constexpr std::size_t kLongestAnswer = 4096;
   try {
     adapter.afterFork();
     answer(check(requirement, adapter, patience), pipe);
-  } catch (const ForcedUnwind&) {
+  } catch (const abi::__forced_unwind&) {
     answer({Outcome::kNotMet, "an operation ended its thread"}, pipe);
   }
 }

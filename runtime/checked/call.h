@@ -2,6 +2,8 @@
 // meanwhile. Both look at what crosses the boundary, and report what breaks a contract.
 #pragma once
 
+#include <cxxabi.h>
+
 #include <array>
 #include <cstddef>
 #include <exception>
@@ -12,7 +14,6 @@
 
 #include "runtime/checked/report.h"
 #include "runtime/checked/watched_text.h"
-#include "runtime/forced_unwind.h"
 
 namespace quen::checked {
 
@@ -31,7 +32,7 @@ auto observed(Body body, Returned returned, Threw threw) {
       returned();
       return result;
     }
-  } catch (const ForcedUnwind&) {
+  } catch (const abi::__forced_unwind&) {
     throw;
   } catch (const std::bad_alloc&) {
     throw;
@@ -129,7 +130,7 @@ class Operation {
     if (settings().passive || call_ == nullptr) return;
     try {
       body();
-    } catch (const ForcedUnwind&) {
+    } catch (const abi::__forced_unwind&) {
       throw;
     } catch (const std::exception&) {
       return;

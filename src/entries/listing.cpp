@@ -5,6 +5,7 @@
 
 #include <exception>
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <system_error>
 
@@ -26,8 +27,7 @@ constexpr const char* kCannotEnumerate = "Cannot enumerate directory";
 void addEntry(void* names, const fs::path& entry) {
   const QuenPathEntryKind kind = Quen_pathEntryKind(entry);
   Quen_cachePathEntryKind(entry, kind);
-  fs::path::iterator last = entry.end();
-  --last;  // not std::prev, for which libc++'s path iterators are input iterators
+  const auto last = std::prev(entry.end());
   const std::string name = Quen_visiblePathString(*last, false);
   void* element = Quen_allocString(name);
   quen_collections_ArrayList_add(names, element);
@@ -59,7 +59,6 @@ void* quen_io_FolderPath__listNamesNative(const char* path) {
   void* names = Quen_allocObject("ArrayList");
   if (isEmpty(path)) return names;
 
-  [[maybe_unused]] const CaughtCancellation protect;
   try {
     listOrRaise(path, names);
   } catch (const ForcedUnwind&) {

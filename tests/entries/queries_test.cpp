@@ -168,7 +168,7 @@ TEST_F(Exists, RaisesForANullReceiver) {
 
 struct Time {
   std::int64_t seconds;
-  long nanoseconds;           // the type of tv_nsec
+  std::int64_t nanoseconds;
   std::int64_t milliseconds;  // truncated towards zero
 };
 

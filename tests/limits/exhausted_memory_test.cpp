@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
@@ -152,7 +151,7 @@ TEST_F(ExhaustedMemory, ForTheClaimedSizeOfAFileDoesNotFailTheRead) {
 TEST_F(ExhaustedMemory, IsNotCausedByAClaimedSizeAlone) {
   constexpr std::size_t kMostClaimed = std::size_t{1} << 30;
   const std::string file = scratch.file("file");
-  std::filesystem::resize_file(file, std::uintmax_t{1} << 40);
+  std::filesystem::resize_file(file, std::size_t{1} << 40);
 
   tMost = std::size_t{1} << 20;
   tLargest = 0;
