@@ -122,7 +122,7 @@ namespace {
 // malloc maps memory of its own for a block of this size (mallopt(3), M_MMAP_THRESHOLD). So every
 // text begins 16 bytes behind the start of a page, whatever the process allocated before: loads
 // that cross a cache line are slower, and their number depends on where the text begins.
-constexpr std::size_t mappedSize = 64 << 20;
+constexpr std::size_t kMappedSize = 64 << 20;
 
 }  // namespace
 
@@ -134,7 +134,7 @@ const std::string& textOf(const std::string& file) {
   if (isNew) {
     std::ifstream stream(file, std::ios::binary);
     if (!stream) throw std::runtime_error("cannot read " + file);
-    entry->second.reserve(mappedSize);
+    entry->second.reserve(kMappedSize);
     entry->second.assign(std::istreambuf_iterator<char>(stream), {});
   }
   return entry->second;
