@@ -1,7 +1,6 @@
 // Clocks and file times outside of the usual range: before 1970, after 2106 (32 bits), and beyond
 // what 64 bits of nanoseconds express (1677 to 2262).
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "tests/environments/every_call.h"
+#include "tests/support/next_definition.h"
 #include "tests/support/sanitized.h"
 
 namespace {
@@ -26,8 +26,7 @@ std::optional<std::time_t> gTime;
 
 // Takes the place of the C library's, also for the C++ library and the module.
 __attribute__((visibility("default"))) int clock_gettime(clockid_t clock, timespec* time) noexcept {
-  static auto* const next =
-      reinterpret_cast<int (*)(clockid_t, timespec*)>(dlsym(RTLD_NEXT, "clock_gettime"));
+  static auto* const next = quen::tests::nextDefinition<int(clockid_t, timespec*)>("clock_gettime");
   const int result = next(clock, time);
   if (result == 0 && clock == CLOCK_REALTIME && gTime) *time = {*gTime, 500'000'000};
   return result;

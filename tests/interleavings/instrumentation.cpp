@@ -2,7 +2,6 @@
 // and in place of each atomic operation, those of mutexes, and the allocator. Outside of explored
 // threads all of them do what they usually do.
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <time.h>
 
@@ -13,16 +12,12 @@
 
 #include "tests/interleavings/explorer.h"
 #include "tests/interleavings/memory.h"
+#include "tests/support/next_definition.h"
 
 using namespace quen::interleavings;
+using quen::tests::nextDefinition;
 
 namespace {
-
-// The C library's definition, which the one in this program preempts.
-template <class Function>
-Function* nextDefinition(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 bool acquires(int order) { return order != __ATOMIC_RELAXED && order != __ATOMIC_RELEASE; }
 bool releases(int order) { return order >= __ATOMIC_RELEASE; }

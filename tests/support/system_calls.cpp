@@ -1,7 +1,6 @@
 #include "tests/support/system_calls.h"
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -15,6 +14,8 @@
 #include <optional>
 #include <utility>
 
+#include "tests/support/next_definition.h"
+
 namespace quen::tests {
 
 namespace {
@@ -27,12 +28,6 @@ thread_local int tEntriesBefore = -1;  // entries before the error; negative: no
 thread_local int tFolderError = 0;
 thread_local std::optional<std::size_t> tWritesAtMost;
 thread_local bool tWriteShortened = false;
-
-// The C library's definition, which the one in this program preempts.
-template <class Function>
-Function* nextDefinition(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 }  // namespace
 

@@ -1,10 +1,11 @@
 #include "system/fork.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <new>
+
+#include "tests/support/next_definition.h"
 
 using namespace quen::io;
 
@@ -23,7 +24,7 @@ extern "C" [[gnu::visibility("default")]] int __register_atfork(void (*before)()
 
 int __register_atfork(void (*before)(), void (*inParent)(), void (*inChild)(), void* image) {
   static auto* const next =
-      reinterpret_cast<decltype(&__register_atfork)>(dlsym(RTLD_NEXT, "__register_atfork"));
+      quen::tests::nextDefinition<decltype(__register_atfork)>("__register_atfork");
   return gMemoryIsExhausted ? ENOMEM : next(before, inParent, inChild, image);
 }
 
