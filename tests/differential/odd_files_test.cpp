@@ -9,13 +9,10 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -24,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/differential/odd_mount.h"
 #include "tests/differential/story.h"
 
 namespace fs = std::filesystem;
@@ -408,29 +406,14 @@ class OddFileSystem : public testing::Test {
   void SetUp() override {
     mount_ = fs::path("/dev/shm") / ("quen-io-odd-" + std::to_string(getpid()));
     fs::create_directory(mount_);
-    std::array<int, 2> said{};
-    ASSERT_EQ(pipe(said.data()), 0);
-    server_ = fork();
-    if (server_ == 0) {
-      dup2(said[1], STDOUT_FILENO);
-      close(said[0]);
-      close(said[1]);
-      execl(QUEN_IO_ODD_FS, QUEN_IO_ODD_FS, mount_.c_str(), static_cast<char*>(nullptr));
-      _exit(1);
-    }
-    close(said[1]);
-    char byte = 0;
-    const bool mounted = read(said[0], &byte, 1) == 1;
-    close(said[0]);
-    if (!mounted) GTEST_SKIP() << "FUSE file systems cannot be mounted here";
+    server_ = mountOddFs(mount_);
+    if (server_ == -1) GTEST_SKIP() << "FUSE file systems cannot be mounted here";
   }
 
   void TearDown() override {
     fs::current_path("/");
-    const std::string command = "fusermount3 -u -z " + mount_.string() + " 2>/dev/null";
-    static_cast<void>(std::system(command.c_str()));
-    kill(server_, SIGTERM);
-    waitpid(server_, nullptr, 0);
+    unmountOddFs(mount_);
+    if (server_ != -1) killServer(server_);
     std::error_code ignored;
     fs::remove(mount_, ignored);
   }

@@ -82,7 +82,7 @@ const std::vector<Call> kCalls = {
 #endif
     {"statx", SYS_statx},
     {"fstat", SYS_fstat},
-    {"open", SYS_openat},
+    {"openat", SYS_openat},
     {"openat2", SYS_openat2},
     {"mkdirat", SYS_mkdirat},
     {"unlinkat", SYS_unlinkat},
