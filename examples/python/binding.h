@@ -61,7 +61,7 @@ inline Owned decoded(std::string_view bytes) {
   return Owned(PyUnicode_DecodeUTF8(bytes.data(), size, "surrogateescape"));
 }
 
-// Forgets an exception of Python, unless it is that of exhausted memory.
+// Clears the exception of Python, if any; a MemoryError becomes std::bad_alloc.
 inline void clearError() {
   const bool outOfMemory =
       PyErr_Occurred() != nullptr && PyErr_ExceptionMatches(PyExc_MemoryError) != 0;
@@ -119,6 +119,7 @@ PyObject* callEntry(Result (*entry)(Arguments...), Parameters parameters, PyObje
   if (count != static_cast<Py_ssize_t>(sizeof...(Arguments)))
     return PyErr_Format(PyExc_TypeError, "%zu arguments expected", sizeof...(Arguments));
   try {
+    const parts::PendingExceptionScope pending;  // ends without what std::bad_alloc left pending
     Call call(parameters);
     const std::tuple<Arguments...> native{call.template take<Arguments>(*given++)...};
     if (PyErr_Occurred() != nullptr) return nullptr;
@@ -135,7 +136,6 @@ PyObject* callEntry(Result (*entry)(Arguments...), Parameters parameters, PyObje
       return call.finish() ? call.give(result) : nullptr;
     }
   } catch (const std::exception& error) {  // std::bad_alloc
-    parts::takeException();                // may have been raised before
     PyErr_SetString(PyExc_MemoryError, error.what());
     return nullptr;
   }

@@ -91,8 +91,7 @@ HandleTable& handles() {
 }
 
 // What one call of an entry point keeps alive: its handles, and the bytes of texts that the module
-// borrowed. Finalizers that run inside an operation may call entry points, so calls are nested, and
-// each has a pending exception of its own.
+// borrowed. Finalizers that run inside an operation may call entry points, so calls are nested.
 class Frame {
  public:
   Frame() : outer_(std::exchange(tInnermost, this)) {}
@@ -120,7 +119,6 @@ class Frame {
   static inline thread_local Frame* tInnermost = nullptr;
 
   Frame* outer_;
-  quen::parts::PendingExceptionScope pending_;
   std::vector<void*> handles_;
   std::vector<Owned> kept_;
 };
