@@ -242,6 +242,15 @@ void noteCalls() {
   }
 }
 
+// A step of its own if the current thread holds a mutex.
+void setRaising(bool raising) {
+  for (const Mutex& mutex : gMutexes) {
+    if (mutex.address == nullptr || mutex.owner != gCurrent) continue;
+    reach({Access::kRaise, mutex.address});
+    at(gCurrent).raising = raising;
+  }
+}
+
 bool isDeadlock() {
   for (int thread = 0; thread < gCount; ++thread) {
     const Thread& each = at(thread);
@@ -457,11 +466,9 @@ bool isRaising(int thread) { return at(thread).raising; }
 void blockForEver() {
   Thread& thread = at(gCurrent);
   thread.blocked = true;
-  const bool tracked = areAllocationsTracked();
   trackAllocations(false);
   if (gAlone) fail("blocked");
   switchTo(gCurrent, next());
-  trackAllocations(tracked);
   __builtin_unreachable();
 }
 
@@ -485,11 +492,7 @@ void reach(Operation operation) {
   const int self = gCurrent;
   at(self).pending = operation;
   at(self).gaveUpOn = nullptr;
-  if (gStarting) {
-    switchTo(self, kMain);
-  } else {
-    switchTo(self, next());
-  }
+  switchTo(self, gStarting ? kMain : next());
   trackAllocations(tracked);
 }
 
@@ -533,21 +536,8 @@ int unlock(const void* address) {
   return 0;
 }
 
-void beginRaise() {
-  for (const Mutex& mutex : gMutexes) {
-    if (mutex.address == nullptr || mutex.owner != gCurrent) continue;
-    reach({Access::kRaise, mutex.address});
-    at(gCurrent).raising = true;
-  }
-}
-
-void endRaise() {
-  for (const Mutex& mutex : gMutexes) {
-    if (mutex.address == nullptr || mutex.owner != gCurrent) continue;
-    reach({Access::kRaise, mutex.address});
-    at(gCurrent).raising = false;
-  }
-}
+void beginRaise() { setRaising(true); }
+void endRaise() { setRaising(false); }
 
 int callAtLastAttempt(int thread) {
   return at(gCurrent).callsAtLastAttempt[static_cast<std::size_t>(thread)];

@@ -37,8 +37,8 @@ static_assert(sizeof(Block) <= kHeader);
 
 alignas(kHeader) std::array<char, kMostBytes> gBytes;
 std::array<Word, kMostWords> gWords;
-std::array<std::uint32_t, kMostWords / kWordsOfLine + 1>
-    gLines;  // the last schedule with an access
+// The last schedule with an access to a line of words.
+std::array<std::uint32_t, kMostWords / kWordsOfLine + 1> gLines;
 std::array<bool, kMostWords> gFreed;
 std::size_t gUsed = 0;
 std::size_t gLive = 0;

@@ -58,8 +58,7 @@ bool isWriting(char letter) { return std::strchr("WLw", letter) != nullptr; }
 bool isOfTheShared(char letter) { return std::strchr("WLFC", letter) != nullptr; }
 bool isOfAnOwn(char letter) { return std::strchr("owfc", letter) != nullptr; }
 
-}  // namespace
-
+// The texts of a file, a letter for each in the order of the file; "?" if one is not whole.
 std::string textsIn(std::string_view bytes) {
   std::string texts;
   while (!bytes.empty()) {
@@ -70,6 +69,8 @@ std::string textsIn(std::string_view bytes) {
   }
   return texts;
 }
+
+}  // namespace
 
 WriterProgram::WriterProgram(Rows rows, Disk disk) : rows_(std::move(rows)), disk_(disk) {
   for (const std::string& row : rows_) {
@@ -121,24 +122,13 @@ void WriterProgram::perform(int thread, int index, char letter) {
 
 // The process ends right after its exit handlers, so what is in the files then counts.
 void WriterProgram::exitTheProcess(int thread) {
-  std::array<int, kMostThreads> returned = returned_;
+  const Counts returned = returned_;  // only calls that had returned before the exit
   mayNotWait(true);
   exitWriters();
   hasExited_ = !gaveUp();
   reach({Access::kEverything});
   mayNotWait(false);
-  if (!hasExited_) return;
-
-  std::swap(returned, returned_);  // only calls that had returned before the exit
-  for (int handle = 0; handle <= kShared; ++handle) {
-    bool isInUse = false;
-    for (int other = 0; other < threads(); ++other) {
-      const int call = other == thread ? -1 : callAtLastAttempt(other);
-      if (call >= 0 && isUsedBy(other, call, handle)) isInUse = true;
-    }
-    if (!isInUse) requireTextsOf(handle, bytesOf(kPaths[static_cast<std::size_t>(handle)]).size());
-  }
-  std::swap(returned, returned_);
+  if (hasExited_) requireTexts(returned, thread, callAtLastAttempt);
 }
 
 void WriterProgram::forkTheProcess(int thread) {
@@ -174,21 +164,30 @@ void WriterProgram::exitTheChild(int thread, bool isRegistryFree) {
   if (isRegistryFree && textsIn(bytesOf(kPathOfTheChild)) != "a") fail("the child writes no file");
   if (!isRegistryFree && !isRaised) return;
 
+  requireTexts(returned_, thread, [this](int other) {
+    return isInCall(other) ? returned_[static_cast<std::size_t>(other)] : -1;
+  });
+}
+
+// The texts of the writers that no other thread is using are in their files. `callOf` gives the
+// call that a thread is in; -1 if it is in none.
+void WriterProgram::requireTexts(const Counts& returned, int thread,
+                                 const std::function<int(int other)>& callOf) const {
   for (int handle = 0; handle <= kShared; ++handle) {
     bool isInUse = false;
     for (int other = 0; other < threads(); ++other) {
-      const int call = returned_[static_cast<std::size_t>(other)];
-      if (other != thread && isInCall(other) && isUsedBy(other, call, handle)) isInUse = true;
+      const int call = other == thread ? -1 : callOf(other);
+      if (call >= 0 && isUsedBy(other, call, handle)) isInUse = true;
     }
-    if (!isInUse) requireTextsOf(handle, bytesOf(kPaths[static_cast<std::size_t>(handle)]).size());
+    if (!isInUse) requireTextsOf(handle, returned);
   }
 }
 
 // All texts whose writes have returned without an exception are in the file.
-void WriterProgram::requireTextsOf(int handle, std::size_t size) const {
-  const std::string_view bytes = bytesOf(kPaths[static_cast<std::size_t>(handle)]).substr(0, size);
+void WriterProgram::requireTextsOf(int handle, const Counts& returned) const {
+  const std::string_view bytes = bytesOf(kPaths[static_cast<std::size_t>(handle)]);
   for (int thread = 0; thread < threads(); ++thread) {
-    for (int call = 0; call < returned_[static_cast<std::size_t>(thread)]; ++call) {
+    for (int call = 0; call < returned[static_cast<std::size_t>(thread)]; ++call) {
       const auto row = static_cast<std::size_t>(thread);
       const auto column = static_cast<std::size_t>(call);
       if (!isWriting(rows_[row][column]) || !isUsedBy(thread, call, handle)) continue;

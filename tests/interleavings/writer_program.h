@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -49,12 +50,15 @@ class WriterProgram : public Program {
     Raised raised;
   };
   struct Model;
+  using Counts = std::array<int, kMostThreads>;
 
   void perform(int thread, int index, char letter);
   void exitTheProcess(int thread);
   void forkTheProcess(int thread);
   void exitTheChild(int thread, bool isRegistryFree);
-  void requireTextsOf(int handle, std::size_t size) const;
+  void requireTexts(const Counts& returned, int thread,
+                    const std::function<int(int other)>& callOf) const;
+  void requireTextsOf(int handle, const Counts& returned) const;
   bool isUsedBy(int thread, int call, int handle) const;
   std::vector<Call> callsOn(int handle) const;
   bool isLinearizable(int handle) const;
@@ -70,13 +74,9 @@ class WriterProgram : public Program {
   bool hasExited_ = false;  // and found the registry unlocked
   std::array<std::int64_t, kMostHandles> handles_{};
   std::array<std::array<Raised, kMostCalls>, kMostThreads> raised_{};
-  std::array<int, kMostThreads> returned_{};  // the number of calls
+  Counts returned_{};  // the number of calls
   std::unordered_set<std::string> outcomes_;
   std::unordered_set<std::string> judged_;
 };
-
-// The texts of a program's files, a letter for each in the order of the file; "?" if one is not
-// whole.
-std::string textsIn(std::string_view bytes);
 
 }  // namespace quen::interleavings
