@@ -21,6 +21,7 @@ namespace {
 // How many bytes the calls get. The last is enough.
 constexpr std::array<std::size_t, 12> kSteps{
     0, 1'056, 1'600, 2'500, 4'300, 9'000, 18'000, 36'000, 75'000, 150'000, 1'000'000, 10'000'000};
+static_assert(kSteps[1] == LittleMemory::kLeast);
 
 Snapshot snapshotOf(const fs::path& folder) {
   Snapshot found;

@@ -23,12 +23,20 @@ inline std::vector<std::string> hostCalls() {
   return calls;
 }
 
+using NewCaller = std::function<std::unique_ptr<Caller>(const std::string& call)>;
+
+// Checks that a call with enough memory works.
+inline void expectHostUsable(const NewCaller& newCaller) {
+  const std::unique_ptr<Caller> caller = newCaller("FileReader._readAllTextPath(file)");
+  caller->prepare();
+  caller->call();
+  EXPECT_EQ(caller->outcome().result, "String: " + std::string(20'000, 't'));
+  caller->release();
+}
+
 // Makes every call of the list on so many threads at once, each in a child process; `newCaller`
 // makes a caller of it, in the child.
-inline void expectHostToFailOrSucceed(
-    std::size_t threads,
-    const std::function<std::unique_ptr<Caller>(const std::string& call)>& newCaller,
-    const std::function<void()>& expectUsable) {
+inline void expectHostToFailOrSucceed(std::size_t threads, const NewCaller& newCaller) {
   const std::vector<std::string> calls = hostCalls();
   ASSERT_FALSE(calls.empty());
   for (const std::string& call : calls) {
@@ -37,7 +45,7 @@ inline void expectHostToFailOrSucceed(
       std::vector<std::unique_ptr<Caller>> callers;
       while (callers.size() < threads) callers.push_back(newCaller(call));
       const bool needsMemory = call.find("Handle(") == call.npos;
-      for (const auto& each : attempt(callers, expectUsable)) {
+      for (const auto& each : attempt(callers, [&] { expectHostUsable(newCaller); })) {
         checkAttempts(call, each, needsMemory);
       }
     });

@@ -57,6 +57,7 @@ class FullCgroup : public BoundaryTest {
   int signalOf(const std::function<void()>& body) const {
     static_cast<void>(std::fflush(nullptr));
     const pid_t child = fork();
+    EXPECT_NE(child, -1);
     if (child == 0) {
       const Watchdog watchdog;
       if (!group_->enter()) _exit(2);

@@ -1,14 +1,16 @@
 // Limits that a test sets for its own process.
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstddef>
-#include <fstream>
+#include <cstdlib>
 
 namespace quen::tests {
 
@@ -49,11 +51,19 @@ class Watchdog {
   static constexpr unsigned kSeconds = 120;
 };
 
+// What this process has mapped, in bytes; read without memory of the heap.
+inline rlim_t addressSpace() {
+  std::array<char, 32> text{};
+  const int file = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
+  const ssize_t count = read(file, text.data(), text.size() - 1);
+  close(file);
+  const rlim_t pages = count > 0 ? std::strtoul(text.data(), nullptr, 10) : 0;
+  return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+}
+
 // Leaves this process so many bytes of memory beside what it has mapped. For a child process.
 inline void limitMemory(std::size_t bytes) {
-  std::size_t pages = 0;
-  std::ifstream("/proc/self/statm") >> pages;
-  const rlim_t all = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) + bytes;
+  const rlim_t all = addressSpace() + bytes;
   const rlimit limit{.rlim_cur = all, .rlim_max = all};
   EXPECT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
 }

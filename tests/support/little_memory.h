@@ -1,14 +1,15 @@
 // Exhausted memory, by the kernel's own limit of the address space (setrlimit(2), RLIMIT_AS).
 #pragma once
 
-#include <fcntl.h>
 #include <malloc.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstddef>
 #include <cstdlib>
+#include <new>
+
+#include "tests/support/limits.h"
 
 namespace quen::tests {
 
@@ -50,16 +51,6 @@ class LittleMemory {
   };
 
   static constexpr std::size_t kLargest = std::size_t{64} << 20;
-
-  // Of this process; read without memory of the heap.
-  static rlim_t addressSpace() {
-    std::array<char, 32> text{};
-    const int file = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
-    const ssize_t count = read(file, text.data(), text.size() - 1);
-    close(file);
-    const rlim_t pages = count > 0 ? std::strtoul(text.data(), nullptr, 10) : 0;
-    return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
-  }
 
   void takeAll(std::size_t size) {
     while (void* taken = std::malloc(size)) blocks_ = new (taken) Block{blocks_};

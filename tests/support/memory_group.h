@@ -41,7 +41,7 @@ class MemoryGroup {
 
   // Why there is none; empty if there is one.
   std::string missing() const {
-    return folder_.empty() ? "no memory cgroup can be made here (root, and a writable cgroup)" : "";
+    return folder_.empty() ? "no memory cgroup: needs root and a writable cgroup" : "";
   }
 
   // Moves this process into the group.
