@@ -217,9 +217,12 @@ TEST_F(LastModified, BeforeThatIsNegativeAndCutOffTowardsIt) {
 TEST_F(LastModified, IsExactFrom1678To2262AndZeroAfterwards) {
   const fs::path file = scratch.file("file");
   constexpr std::int64_t kEnd = 9'223'372'036;  // 2262-04-11, in seconds since 1970
+  constexpr std::int64_t kYear1800 = -5'364'662'400;
+  constexpr std::int64_t kYear1900 = -2'208'988'800;
+  constexpr std::int64_t kYear2106 = 4'294'967'296;  // the first that 32 bits do not express
+  constexpr std::int64_t kYear9999 = 253'370'764'800;
   for (const std::int64_t second :
-       {-kEnd, std::int64_t{-5'364'662'400}, std::int64_t{-2'208'988'800}, std::int64_t{-1},
-        std::int64_t{4'294'967'296}, kEnd - 1, kEnd, std::int64_t{253'370'764'800}}) {
+       {-kEnd, kYear1800, kYear1900, std::int64_t{-1}, kYear2106, kEnd - 1, kEnd, kYear9999}) {
     SCOPED_TRACE(second);
     const timespec stamps[2] = {{0, 0}, {second, 250'000'000}};
     ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), stamps, 0), 0);

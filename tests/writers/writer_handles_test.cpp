@@ -706,6 +706,40 @@ TEST_F(Writers, LeftOpenFailSilentlyAtExit) {
   EXPECT_EQ(contents(scratch / "file"), "kept");
 }
 
+// Another thread that looks a writer up and keeps the registry's lock until it may release it.
+class LongLookUp {
+ public:
+  explicit LongLookUp(Handle handle)
+      : thread_([this, handle] {
+          const BeforeCall unlock(SystemCall::kUnlock, [this] {
+            held_.count_down();
+            released_.wait();
+          });
+          quen_io_FileWriter__writeHandle(handle, "");
+        }) {
+    held_.wait();
+  }
+  ~LongLookUp() { release(); }
+  LongLookUp(const LongLookUp&) = delete;
+  LongLookUp& operator=(const LongLookUp&) = delete;
+
+  void release() {
+    if (!released_.try_wait()) released_.count_down();
+  }
+
+ private:
+  std::latch held_{1};
+  std::latch released_{1};
+  std::jthread thread_;
+};
+
+// -1 if it was killed by a signal.
+int exitStatusOf(pid_t child) {
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 // A fork waits for the registry's lock, so that the child does not inherit it locked; also after
 // the forking thread has raised under it. The other thread holds it until the forking thread tries
 // to lock it.
@@ -715,30 +749,18 @@ TEST_F(Writers, AForkWaitsForALookUpAndLeavesAChildThatWritesItsCopiesOut) {
   const Handle handle = open(scratch / "file");
   EXPECT_EQ(raisedByWriting(handle, "waiting"), "");
   EXPECT_EQ(raisedByFlushing(kNeverIssued), kClosed);
-  std::latch held(1);
-  std::latch forking(1);
-  std::jthread other([&] {
-    const BeforeCall unlock(SystemCall::kUnlock, [&] {
-      held.count_down();
-      forking.wait();
-    });
-    quen_io_FileWriter__writeHandle(handle, "");
-  });
-  held.wait();
+  LongLookUp lookUp(handle);
 
   pid_t child = -1;
   {
-    const BeforeCall tryLock(SystemCall::kTryLock, [&] { forking.count_down(); });
+    const BeforeCall tryLock(SystemCall::kTryLock, [&] { lookUp.release(); });
     child = fork();
     if (child == 0) std::exit(7);
   }
-  if (!forking.try_wait()) forking.count_down();
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
+  lookUp.release();
 
-  EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 7);
+  EXPECT_EQ(exitStatusOf(child), 7);
   EXPECT_EQ(contents(scratch / "file"), "waiting") << "written by the child";
-  other.join();
   EXPECT_EQ(raisedByClosing(handle), "");
 }
 
@@ -749,27 +771,14 @@ TEST_F(Writers, AForkThatWaitedInVainLeavesAChildThatExits) {
   const Watchdog watchdog;
   const Handle handle = open(scratch / "file");
   EXPECT_EQ(raisedByWriting(handle, "waiting"), "");
-  std::latch held(1);
-  std::latch ended(1);
-  std::jthread other([&] {
-    const BeforeCall unlock(SystemCall::kUnlock, [&] {
-      held.count_down();
-      ended.wait();
-    });
-    quen_io_FileWriter__writeHandle(handle, "");
-  });
-  held.wait();
+  LongLookUp lookUp(handle);
 
   const pid_t child = fork();
   if (child == 0) std::exit(7);
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  const std::string writtenByTheChild = contents(scratch / "file");
-  ended.count_down();
-  other.join();
 
-  EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 7);
-  EXPECT_EQ(writtenByTheChild, "");
+  EXPECT_EQ(exitStatusOf(child), 7);
+  EXPECT_EQ(contents(scratch / "file"), "") << "written by the child";
+  lookUp.release();
   EXPECT_EQ(raisedByClosing(handle), "");
   EXPECT_EQ(contents(scratch / "file"), "waiting") << "written by the parent";
 }
