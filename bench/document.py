@@ -179,8 +179,13 @@ def write(runs, path):
 
 
 def replace(text, begin, end, content, path):
+    before, _, after = split(text, begin, end, path)
+    return f"{before}{begin}\n\n{content}\n{end}{after}"
+
+
+def split(text, begin, end, path):
+    """What stands before, between and after the markers of a document."""
     if text.count(begin) != 1 or text.count(end) != 1:
         raise SystemExit(f"{path}: expected once: {begin} and {end}")
     before, rest = text.split(begin)
-    after = rest.split(end)[1]
-    return f"{before}{begin}\n\n{content}\n{end}{after}"
+    return before, *rest.split(end)

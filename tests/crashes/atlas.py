@@ -4,7 +4,7 @@ import collections
 import random
 
 import disks
-import document
+import table
 from operations import (
     BYSTANDER,
     CUT,
@@ -34,7 +34,7 @@ def recordings():
     steps = every.pop("steps")
     for operation in every.values():
         yield from (Recording(operation, schedule=schedule) for schedule in SCHEDULES)
-        for files in document.AFTER:
+        for files in table.AFTER:
             yield from (synced(operation, files, schedule) for schedule in ("stay", "slow"))
     yield from (Recording(steps, schedule=schedule) for schedule in SCHEDULES)
     yield from (synced(steps, (".",), schedule) for schedule in ("stay", "slow"))
@@ -70,7 +70,7 @@ class Atlas:
     def results(self):
         """The sets of words by (row, file system), and how much was examined."""
         found = {key: set(words) for key, words in self.words.items()}
-        return found | {(document.EXAMINED, system): {self.examined(system)} for system in self.seconds}
+        return found | {(table.EXAMINED, system): {self.examined(system)} for system in self.seconds}
 
     def examined(self, system):
         return (
@@ -107,9 +107,9 @@ def look_after_crash(system, device, folder):
 def judged(recording, phase, found):
     """The row of a crash after this mark, and the words for what was found then."""
     operation, promised = recording.operation, promises(recording.operation).get(phase)
-    row = (operation.name, document.ANY_TIME)
+    row = (operation.name, table.ANY_TIME)
     if promised is not None and recording.synced:
-        row = (operation.name, document.AFTER[recording.synced])
+        row = (operation.name, table.AFTER[recording.synced])
     if found is None:
         return row, {UNMOUNTABLE}
     words = {operation.found(found.get(TARGET), promised if recording.synced else None)}
@@ -121,10 +121,10 @@ def judged(recording, phase, found):
     return row, words
 
 
-def forbidden(row, system):
-    """Whether a word must not be found, whatever the table in the document says."""
+def allowed_words(row, system):
+    """What may be found at most, whatever the table in the document says."""
     name, when = row
-    if when == document.AFTER[TARGET, "."] or name == "publish in steps" and when != document.ANY_TIME:
+    if when == table.AFTER[TARGET, "."] or name == "publish in steps" and when != table.ANY_TIME:
         allowed = {NEW}
     elif name == "publish in steps":
         allowed = {OLD, NEW, TEMPORARY}
@@ -134,7 +134,7 @@ def forbidden(row, system):
         allowed = {OLD, NEW, NOTHING, EMPTY, CUT, ZEROS, STALE, TEMPORARY}
     if "data=writeback" not in system:
         allowed = allowed - {STALE}
-    return lambda word: word not in allowed
+    return allowed
 
 
 def violations(atlas, documented):
@@ -142,7 +142,7 @@ def violations(atlas, documented):
     for (row, system), words in atlas.words.items():
         where = f"{row[0]}, {row[1]}, {system}"
         for word, count in words.items():
-            if forbidden(row, system)(word):
+            if word not in allowed_words(row, system):
                 yield f"{where}: {word} must not be found, but was in {count} states"
             elif documented is not None and word not in documented.get((row, system), ()):
                 yield f"{where}: {word} was found in {count} states, and is not in the document"

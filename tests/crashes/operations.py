@@ -70,20 +70,21 @@ class Operation:
         if there is None:
             return NOTHING
         word = EMPTY if there == b"" else self.worst(there)
-        if promised and there.startswith(promised) and word in (CUT, ZEROS):
-            return NEW  # what follows is not promised
+        if promised and there.startswith(promised) and len(there) <= len(self.new) and word in (CUT, ZEROS):
+            return NEW  # what follows of it is not promised
         return word
 
     def worst(self, there):
         """The word for contents that are neither text: the worst that one of the blocks tells."""
+        if self.old and self.new.startswith(self.old) and not there.startswith(self.old):
+            return SHORTENED  # appending has to keep the older text
         kinds = {self.kind(there, place) for place in range(0, len(there), BLOCK)}
         for word in (OTHER, STALE, ZEROS):
             if word in kinds:
                 return word
-        old = self.old or b""
         if self.new.startswith(there):
-            return SHORTENED if old.startswith(there) and self.new.startswith(old) else CUT
-        return SHORTENED if old.startswith(there) else MIXED
+            return CUT
+        return SHORTENED if (self.old or b"").startswith(there) else MIXED
 
     def kind(self, there, place):
         """What a block of the contents consists of."""

@@ -27,11 +27,10 @@ sys.path.insert(0, str(pathlib.Path(__file__).parent))
 
 import atlas
 import disks
-import document
+import table
 from recordings import FILE_SYSTEMS
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-DOCUMENT = ROOT / "docs/durability.md"
 PROGRAM = ROOT / "build/release/tests/crashes/quen_io_crash_work"
 PREPARE = """
 source scripts/setup.sh
@@ -110,12 +109,12 @@ def main():
 
 def report(found, options, seconds):
     """Prints the table and the verdict, and returns the exit status."""
-    print("\n" + document.table(found.results()))
-    text = DOCUMENT.read_text()
-    documented = document.documented(text)
+    print("\n" + table.markdown(found.results()))
+    text = table.DOCUMENT.read_text()
+    documented = table.documented(text)
     wrong = list(atlas.violations(found, None if options.document else documented))
     if options.document:
-        DOCUMENT.write_text(document.written(text, document.merged(documented, found.results())))
+        table.DOCUMENT.write_text(table.written(text, table.merged(documented, found.results())))
     states = sum(found.states.values())
     print(*wrong, f"{states:,} states in {seconds:.0f} s, {len(wrong)} violations", sep="\n")
     return 1 if wrong or not found.words else 0

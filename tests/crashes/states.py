@@ -129,8 +129,9 @@ def states(events, base, count, random):
                 continue
             blocks = dict(durable)
             apply(blocks, epoch, chosen, base)
-            phases -= seen.setdefault(frozenset(blocks.items()), set())
+            known = seen.setdefault(frozenset(blocks.items()), set())
+            phases -= known
+            known |= phases
             if phases:
-                seen[frozenset(blocks.items())] |= phases
                 yield phases, blocks
         apply(durable, epoch, epoch.all(), base)

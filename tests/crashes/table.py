@@ -3,8 +3,17 @@
 Results are sets of words by (row, file system). A row is (operation, when).
 """
 
+import pathlib
+import sys
+
 from operations import TEMPORARY, WORDS
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "bench"))
+
+import document
+
+DOCUMENT = ROOT / "docs/durability.md"
 BEGIN = "<!-- The table of states: tests/crashes/run.py --document writes what stands between these two lines. -->"
 END = "<!-- End of the table of states. -->"
 ANY_TIME = "at any time"
@@ -17,14 +26,14 @@ AFTER = {
 ORDER = [*WORDS, TEMPORARY]
 
 
-def table(results):
+def markdown(results):
     """The lines of the table. The order of rows and columns is that of the results."""
     rows = list(dict.fromkeys(row for row, _ in results))
     systems = list(dict.fromkeys(system for _, system in results))
-    lines = [["operation", "when the power fails", *systems], ["---"] * (2 + len(systems))]
+    lines = [["operation", "when the power fails", *systems]]
     for row in rows:
         lines.append([*row, *(cell(results.get((row, system), ())) for system in systems)])
-    return "".join(f"| {' | '.join(line)} |\n" for line in lines)
+    return document.markdown(lines)
 
 
 def cell(words):
@@ -35,16 +44,10 @@ def place(word):
     return ORDER.index(word) if word in ORDER else len(ORDER)
 
 
-def section(text):
-    """What stands between the markers."""
-    if text.count(BEGIN) != 1 or text.count(END) != 1:
-        raise SystemExit(f"expected once each: {BEGIN} and {END}")
-    return text.split(BEGIN)[1].split(END)[0]
-
-
 def documented(text):
     """The results that the table of the document tells."""
-    lines = [line for line in section(text).splitlines() if line.startswith("| ")]
+    _, section, _ = document.split(text, BEGIN, END, DOCUMENT)
+    lines = [line for line in section.splitlines() if line.startswith("| ")]
     split = [[word.strip() for word in line.strip("| ").split("|")] for line in lines]
     if not split:
         return {}
@@ -67,5 +70,4 @@ def merged(earlier, results):
 
 def written(text, results):
     """The document with these results."""
-    before, after = text.split(BEGIN)[0], text.split(END)[1]
-    return f"{before}{BEGIN}\n\n{table(results)}\n{END}{after}"
+    return document.replace(text, BEGIN, END, markdown(results), DOCUMENT)
