@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include "tests/interleavings/explorer.h"
@@ -70,6 +71,24 @@ QUEN_IO_ACCESS(8)
 QUEN_IO_ACCESS(16)
 #undef QUEN_IO_ACCESS
 
+// clang, since version 15.
+void* __tsan_memcpy(void* to, const void* from, std::size_t size) {
+  onAccess(from, size, false);
+  onAccess(to, size, true);
+  return std::memcpy(to, from, size);
+}
+
+void* __tsan_memmove(void* to, const void* from, std::size_t size) {
+  onAccess(from, size, false);
+  onAccess(to, size, true);
+  return std::memmove(to, from, size);
+}
+
+void* __tsan_memset(void* to, int byte, std::size_t size) {
+  onAccess(to, size, true);
+  return std::memset(to, byte, size);
+}
+
 // Atomics of 64 bits: the next handle, and the thread that is raising. Those of 32 bits are the
 // counts of std::shared_ptr, of which only the arrival at zero is observed.
 std::uint64_t __tsan_atomic64_load(const volatile std::uint64_t* address, int order) {
@@ -100,6 +119,9 @@ std::uint32_t __tsan_atomic32_fetch_add(volatile std::uint32_t* address, std::ui
   reachAtomic({Access::kCount, object, static_cast<int>(value)}, order, true, true);
   return __atomic_fetch_add(address, value, __ATOMIC_SEQ_CST);
 }
+
+// Without optimization, clang keeps one of std::shared_ptr that is never reached.
+void __tsan_atomic_thread_fence(int /*order*/) { std::abort(); }
 
 // Mutexes.
 int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
