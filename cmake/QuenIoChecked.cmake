@@ -13,11 +13,11 @@ function(quen_io_add_checked_object object module)
   quen_io_keep_entry_points(names)
   add_custom_command(
     OUTPUT ${object}
-    COMMAND ${QUEN_IO_GNU_LD} -r --force-group-allocation -o ${inner}.all
+    COMMAND ${QUEN_IO_LINK_OBJECTS} -o ${inner}.all
             $<TARGET_OBJECTS:${module}> $<TARGET_OBJECTS:quen_io_checked_operations>
     COMMAND ${CMAKE_OBJCOPY} --redefine-syms=${QUEN_IO_CHECKED_RENAMES} ${inner}.all ${inner}.renamed
     COMMAND ${CMAKE_OBJCOPY} --wildcard --keep-global-symbol=module_* ${inner}.renamed ${inner}
-    COMMAND ${QUEN_IO_GNU_LD} -r --force-group-allocation -o ${object}.all
+    COMMAND ${QUEN_IO_LINK_OBJECTS} -o ${object}.all
             ${inner} $<TARGET_OBJECTS:quen_io_checked_wrappers>
     COMMAND ${CMAKE_OBJCOPY} --wildcard ${names} ${object}.all ${object}
     DEPENDS ${module} $<TARGET_OBJECTS:${module}>

@@ -2,7 +2,13 @@
 
 include_guard()
 
-find_program(QUEN_IO_GNU_LD NAMES ld.bfd ld REQUIRED)  # only GNU ld has --force-group-allocation
+# Links object files into one, with COMDAT groups dissolved, which only GNU ld does. With g++ -m32, the
+# compiler's target is not the one that the linker was built for.
+find_program(QUEN_IO_GNU_LD NAMES ld.bfd ld REQUIRED)
+set(QUEN_IO_LINK_OBJECTS ${QUEN_IO_GNU_LD} -r --force-group-allocation)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "86")
+  list(APPEND QUEN_IO_LINK_OBJECTS -m elf_i386)
+endif()
 
 # C++20, hidden symbols, the project's include folders, strict warnings as errors.
 function(quen_io_configure target)
@@ -20,6 +26,9 @@ function(quen_io_configure target)
     -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wuseless-cast
     -Wmissing-declarations -Wnon-virtual-dtor -Woverloaded-virtual
     -Wcast-align -Wformat=2 -Wimplicit-fallthrough -Wextra-semi)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 4)  # they would ask for casts that are useless on 64 bits
+    target_compile_options(${target} PRIVATE -Wno-conversion -Wno-sign-conversion -Wno-useless-cast)
+  endif()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(${target} PRIVATE -Wno-unknown-warning-option)
   else()
@@ -49,7 +58,7 @@ function(quen_io_add_static_library target objects)
   quen_io_keep_entry_points(names)
   add_custom_command(
     OUTPUT ${object}
-    COMMAND ${QUEN_IO_GNU_LD} -r --force-group-allocation -o ${object}.all
+    COMMAND ${QUEN_IO_LINK_OBJECTS} -o ${object}.all
             $<TARGET_OBJECTS:${objects}>
     COMMAND ${CMAKE_OBJCOPY} --wildcard
             ${names}

@@ -1,6 +1,5 @@
 // A requirement in a forked process, which answers through a pipe.
 
-#include <cxxabi.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -16,6 +15,7 @@
 #include <thread>
 
 #include "conformance/verdict.h"
+#include "runtime/forced_unwind.h"
 
 namespace quen::conformance {
 
@@ -49,7 +49,7 @@ constexpr std::size_t kLongestAnswer = 4096;
   try {
     adapter.afterFork();
     answer(check(requirement, adapter, patience), pipe);
-  } catch (const abi::__forced_unwind&) {
+  } catch (const ForcedUnwind&) {
     answer({Outcome::kNotMet, "an operation ended its thread"}, pipe);
   }
 }

@@ -1,10 +1,9 @@
 #include "conformance/verdict.h"
 
-#include <cxxabi.h>
-
 #include <exception>
 
 #include "conformance/waiting.h"
+#include "runtime/forced_unwind.h"
 
 namespace quen::conformance {
 
@@ -43,7 +42,7 @@ Verdict check(const Requirement& requirement, const Adapter& adapter,
     return left(adapter, Outcome::kNotMet, instead.what());
   } catch (const std::exception& exception) {
     return left(adapter, Outcome::kNotMet, "the C++ exception " + shown(exception.what()));
-  } catch (const abi::__forced_unwind&) {
+  } catch (const ForcedUnwind&) {
     throw;
   } catch (...) {
     return left(adapter, Outcome::kNotMet, "a C++ exception of an unknown kind");

@@ -2,8 +2,6 @@
 // meanwhile. Both look at what crosses the boundary, and report what breaks a contract.
 #pragma once
 
-#include <cxxabi.h>
-
 #include <array>
 #include <cstddef>
 #include <exception>
@@ -14,6 +12,7 @@
 
 #include "runtime/checked/report.h"
 #include "runtime/checked/watched_text.h"
+#include "runtime/forced_unwind.h"
 
 namespace quen::checked {
 
@@ -32,7 +31,7 @@ auto observed(Body body, Returned returned, Threw threw) {
       returned();
       return result;
     }
-  } catch (const abi::__forced_unwind&) {
+  } catch (const ForcedUnwind&) {
     throw;
   } catch (const std::bad_alloc&) {
     throw;
@@ -130,7 +129,7 @@ class Operation {
     if (settings().passive || call_ == nullptr) return;
     try {
       body();
-    } catch (const abi::__forced_unwind&) {
+    } catch (const ForcedUnwind&) {
       throw;
     } catch (const std::exception&) {
       return;

@@ -51,8 +51,9 @@ class ChunkMap {
   void erase(const Chunk* chunk) { wordOf(chunk).fetch_and(~bitOf(chunk)); }
 
  private:
-  static constexpr std::uintptr_t kPlaces = 1 << 16;
-  static constexpr std::uintptr_t kPages = (std::uintptr_t{1} << 48) / kChunkSize / kPlaces;
+  static constexpr std::uintptr_t kPlaces = 1 << 16;  // a page covers 4 GiB
+  static constexpr int kAddressBits = sizeof(std::uintptr_t) == 4 ? 32 : 48;
+  static constexpr std::uintptr_t kPages = std::uintptr_t{1} << (kAddressBits - 32);
   using Page = std::array<std::atomic<std::uint64_t>, kPlaces / 64>;
 
   static std::uintptr_t placeOf(const Chunk* chunk) {

@@ -29,7 +29,7 @@ std::int64_t quen_io_FileInputStream__readBytesPath(const char* path, std::int64
     raiseIOException("Cannot seek in file");
     return 0;
   }
-  const auto size = static_cast<std::size_t>(count);
+  const std::size_t size = memorySize(count);
   const auto bytes = std::make_unique_for_overwrite<std::uint8_t[]>(size);
   const auto [stored, failed] = file.read({reinterpret_cast<char*>(bytes.get()), size});
   if (failed) {

@@ -70,7 +70,7 @@ std::string readTextFilePrefixOrRaise(const char* path, std::int64_t limit) {
     return {};
   }
   std::string prefix;
-  if (!readUpTo(static_cast<std::size_t>(limit), file, prefix)) {
+  if (!readUpTo(memorySize(limit), file, prefix)) {
     raiseIOException("Failed to read file");
     return {};
   }

@@ -5,7 +5,6 @@
 
 #include <exception>
 #include <filesystem>
-#include <iterator>
 #include <string>
 #include <system_error>
 
@@ -27,8 +26,8 @@ constexpr const char* kCannotEnumerate = "Cannot enumerate directory";
 void addEntry(void* names, const fs::path& entry) {
   const QuenPathEntryKind kind = Quen_pathEntryKind(entry);
   Quen_cachePathEntryKind(entry, kind);
-  const auto last = std::prev(entry.end());
-  const std::string name = Quen_visiblePathString(*last, false);
+  // Not std::prev, which does nothing to libc++'s path iterators: they are input iterators.
+  const std::string name = Quen_visiblePathString(*--entry.end(), false);
   void* element = Quen_allocString(name);
   quen_collections_ArrayList_add(names, element);
 }
@@ -59,6 +58,7 @@ void* quen_io_FolderPath__listNamesNative(const char* path) {
   void* names = Quen_allocObject("ArrayList");
   if (isEmpty(path)) return names;
 
+  [[maybe_unused]] const CaughtCancellation protect;
   try {
     listOrRaise(path, names);
   } catch (const ForcedUnwind&) {

@@ -3,7 +3,6 @@
 // never null.
 
 #include <filesystem>
-#include <iterator>
 #include <string>
 
 #include "conventions.h"
@@ -32,8 +31,8 @@ void* quen_io_Path__pathName(const char* path) {
 
   const fs::path given = Quen_runtimeFsPath(path);
   if (!given.has_filename()) return Quen_allocPathString(fs::path(), true);
-  const auto last = std::prev(given.end());
-  return Quen_allocPathString(*last, true);
+  // Not std::prev, which does nothing to libc++'s path iterators: they are input iterators.
+  return Quen_allocPathString(*--given.end(), true);
 }
 
 void* quen_io_Path_name(void* self) {

@@ -8,9 +8,6 @@
 
 namespace quen::io {
 
-// The exception that represents cancellation in a catch clause.
-using ForcedUnwind = abi::__forced_unwind;
-
 // Disables cancellation of the current thread for a scope; a request stays pending until then.
 class WithoutCancellation {
  public:
@@ -23,5 +20,22 @@ class WithoutCancellation {
  private:
   int before_ = PTHREAD_CANCEL_ENABLE;
 };
+
+#ifdef __GLIBCXX__
+
+// The exception that represents cancellation in a catch clause.
+using ForcedUnwind = abi::__forced_unwind;
+
+// For a scope whose exceptions are caught.
+struct CaughtCancellation {};
+
+#else
+
+// libc++ has no type for a forced unwind and cannot rethrow one, so catch (...) would end the
+// process. Cancellation waits until the end of a scope whose exceptions are caught.
+struct ForcedUnwind {};
+using CaughtCancellation = WithoutCancellation;
+
+#endif
 
 }  // namespace quen::io

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "conventions.h"
 #include "system/cancellation.h"
 
 namespace fs = std::filesystem;
@@ -68,7 +69,7 @@ bool Descriptor::seek(std::int64_t offset) const {
 std::size_t Descriptor::claimedSize() const {
   struct stat status {};
   if (::fstat(number_, &status) != 0) return 0;
-  return static_cast<std::size_t>(status.st_size);
+  return memorySize(status.st_size);
 }
 
 Descriptor::Transfer Descriptor::read(std::span<char> bytes) const {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
@@ -151,7 +152,7 @@ TEST_F(ExhaustedMemory, ForTheClaimedSizeOfAFileDoesNotFailTheRead) {
 TEST_F(ExhaustedMemory, IsNotCausedByAClaimedSizeAlone) {
   constexpr std::size_t kMostClaimed = std::size_t{1} << 30;
   const std::string file = scratch.file("file");
-  std::filesystem::resize_file(file, std::size_t{1} << 40);
+  std::filesystem::resize_file(file, std::uintmax_t{1} << 40);
 
   tMost = std::size_t{1} << 20;
   tLargest = 0;

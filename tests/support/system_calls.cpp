@@ -1,10 +1,12 @@
+// Its inline functions in the headers would be defined once more here.
+#undef _FORTIFY_SOURCE
+
 #include "tests/support/system_calls.h"
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -98,16 +100,40 @@ FailingRead::~FailingRead() {
 
 using namespace quen::tests;
 
+// The symbols that the module and the C++ library call, where they depend on the platform.
+#if __SIZEOF_POINTER__ == 4  // 64-bit offsets, and 64-bit times except in libstdc++ itself
+#define STAT "stat64"
+#define FSTAT "__fstat64_time64"
+#define OPEN "open64"
+#define READDIR "readdir64"
+#else
+#define STAT "stat"
+#define FSTAT "fstat"
+#define OPEN "open"
+#define READDIR "readdir"
+#endif
+#ifdef _LIBCPP_VERSION
+#define FOPEN "fopen"
+#else
+#define FOPEN "fopen64"
+#endif
+
 #pragma GCC visibility push(default)
 
-int stat(const char* path, struct stat* status) noexcept {
-  static auto* const next = nextDefinition<int(const char*, struct stat*)>("stat");
+int interposedStat(const char* path, void* status) noexcept __asm__(STAT);
+int interposedFstat(int file, void* status) noexcept __asm__(FSTAT);
+int interposedOpen(const char* path, int flags, ...) __asm__(OPEN);
+FILE* interposedFopen(const char* path, const char* mode) __asm__(FOPEN);
+dirent* interposedReaddir(DIR* folder) __asm__(READDIR);
+
+int interposedStat(const char* path, void* status) noexcept {
+  static auto* const next = nextDefinition<int(const char*, void*)>(STAT);
   BeforeCall::notify(SystemCall::kStatus);
   return next(path, status);
 }
 
-int fstat(int file, struct stat* status) noexcept {
-  static auto* const next = nextDefinition<int(int, struct stat*)>("fstat");
+int interposedFstat(int file, void* status) noexcept {
+  static auto* const next = nextDefinition<int(int, void*)>(FSTAT);
   return FailingCall::fails(SystemCall::kFileStatus) ? -1 : next(file, status);
 }
 
@@ -117,8 +143,8 @@ int mkdir(const char* path, mode_t mode) noexcept {
   return next(path, mode);
 }
 
-int open(const char* path, int flags, ...) {
-  static auto* const next = nextDefinition<int(const char*, int, ...)>("open");
+int interposedOpen(const char* path, int flags, ...) {
+  static auto* const next = nextDefinition<int(const char*, int, ...)>(OPEN);
   std::va_list rest;
   va_start(rest, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
@@ -128,8 +154,8 @@ int open(const char* path, int flags, ...) {
 }
 
 // The C library's own streams call none of these.
-FILE* fopen64(const char* path, const char* mode) {
-  static auto* const next = nextDefinition<FILE*(const char*, const char*)>("fopen64");
+FILE* interposedFopen(const char* path, const char* mode) {
+  static auto* const next = nextDefinition<FILE*(const char*, const char*)>(FOPEN);
   BeforeCall::notify(SystemCall::kOpen);
   return next(path, mode);
 }
@@ -156,8 +182,8 @@ ssize_t write(int file, const void* bytes, std::size_t count) {
   return next(file, bytes, *tWritesAtMost);
 }
 
-dirent* readdir(DIR* folder) {
-  static auto* const next = nextDefinition<dirent*(DIR*)>("readdir");
+dirent* interposedReaddir(DIR* folder) {
+  static auto* const next = nextDefinition<dirent*(DIR*)>(READDIR);
   if (tEntriesBefore < 0 || tEntriesBefore-- > 0) return next(folder);
   errno = tFolderError;
   return nullptr;

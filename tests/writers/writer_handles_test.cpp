@@ -375,9 +375,10 @@ TEST_F(Writers, FlushAnyNumberOfTimes) {
 TEST_F(Writers, KeepBackNoMoreThanTheirBufferHolds) {
   const Handle handle = open(scratch / "file");
   const std::string small(100, 's');
-  std::size_t largestKeptBack = 0;
+  std::uintmax_t largestKeptBack = 0;
 
-  for (std::size_t written = small.size(); written < 10 * kMostKeptBack; written += small.size()) {
+  for (std::uintmax_t written = small.size(); written < 10 * kMostKeptBack;
+       written += small.size()) {
     EXPECT_EQ(raisedByWriting(handle, small), "");
     largestKeptBack = std::max(largestKeptBack, written - fs::file_size(scratch / "file"));
   }
