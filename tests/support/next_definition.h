@@ -3,6 +3,8 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
+
 namespace quen::tests {
 
 // The C library's definition of the function with this name.
@@ -10,5 +12,22 @@ template <class Function>
 Function* nextDefinition(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
+
+// The same, looked up once, and without the guard of a local variable: libc++ locks a mutex for it,
+// by functions that a test program may define.
+template <class Function>
+class NextDefinition {
+ public:
+  explicit constexpr NextDefinition(const char* name) : name_(name) {}
+
+  Function* get() {
+    if (found_ == nullptr) found_ = nextDefinition<Function>(name_);
+    return found_;
+  }
+
+ private:
+  const char* name_;
+  std::atomic<Function*> found_ = nullptr;
+};
 
 }  // namespace quen::tests

@@ -11,7 +11,7 @@ inline constexpr bool kLibcxx = true;
 inline constexpr bool kLibcxx = false;
 #endif
 
-// On 32 bits, Debian's libstdc++ is compiled with a time_t of 32 bits: from 1901 to 2038.
-inline constexpr bool kShortTimes = sizeof(void*) == 4;
+// A size may be too large for std::string, and Debian's libstdc++ has times from 1901 to 2038.
+inline constexpr bool k32Bits = sizeof(void*) == 4;
 
 }  // namespace quen::tests

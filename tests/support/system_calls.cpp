@@ -197,21 +197,21 @@ int closedir(DIR* folder) {
 
 #ifndef __SANITIZE_THREAD__
 int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  static auto* const next = nextDefinition<int(pthread_mutex_t*)>("pthread_mutex_lock");
+  static constinit NextDefinition<int(pthread_mutex_t*)> next("pthread_mutex_lock");
   BeforeCall::notify(SystemCall::kLock);
-  return next(mutex);
+  return next.get()(mutex);
 }
 
 int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
-  static auto* const next = nextDefinition<int(pthread_mutex_t*)>("pthread_mutex_trylock");
+  static constinit NextDefinition<int(pthread_mutex_t*)> next("pthread_mutex_trylock");
   BeforeCall::notify(SystemCall::kTryLock);
-  return next(mutex);
+  return next.get()(mutex);
 }
 
 int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
-  static auto* const next = nextDefinition<int(pthread_mutex_t*)>("pthread_mutex_unlock");
+  static constinit NextDefinition<int(pthread_mutex_t*)> next("pthread_mutex_unlock");
   BeforeCall::notify(SystemCall::kUnlock);
-  return next(mutex);
+  return next.get()(mutex);
 }
 #endif
 
