@@ -90,3 +90,5 @@ if(QUEN_IO_DRIVER)
   install(FILES ${driver_dir}/quen-io.fish
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT Driver)
 endif()
+
+include(QuenIoSbom)

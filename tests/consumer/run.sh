@@ -18,8 +18,6 @@ prefix="$scratch/moved tree"
 libdir=$(cached CMAKE_INSTALL_LIBDIR)
 version=$(cached CMAKE_PROJECT_VERSION)
 type=$(cached CMAKE_BUILD_TYPE)
-compiler=$(cached CMAKE_CXX_COMPILER)
-flags=$(cached CMAKE_CXX_FLAGS)
 
 echo "== Files"
 expected_files() {
@@ -55,6 +53,7 @@ $libdir/libquen_small_runtime.a
 $libdir/pkgconfig/quen_io.pc
 $libdir/pkgconfig/quen_io_checked.pc
 $libdir/quen_io_checked/libquen_io.so.${version%%.*}
+share/doc/quen_io/quen_io.spdx.json
 share/quen_io/runtime_conformance.cpp
 share/quen_io/toy_host.cpp
 LIST
@@ -73,61 +72,7 @@ echo "== No trace of where it was built or installed first"
 ! grep -rlF -e "$scratch/first" -e "$build" "$prefix/include" "$prefix/$libdir/cmake" \
   "$prefix/$libdir/pkgconfig" || fail "These files name the place."
 
-# Each program prints the same.
-expected=$'b/ 1\nIOException: Cannot open file'
-run_program() {
-  local printed
-  echo "== $1"
-  printed=$("$2")
-  [ "$printed" = "$expected" ] || fail "$1 printed: $printed"
-}
-
-cmake -S . -B "$scratch/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
-  -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags" >/dev/null
-cmake --build "$scratch/consumer"
-run_program "CMake, shared" "$scratch/consumer/shared"
-run_program "CMake, static" "$scratch/consumer/static"
-run_program "CMake, checked" "$scratch/consumer/checked"
-run_program "CMake, checked static" "$scratch/consumer/checked_static"
-
-echo "== The checked library in place of the module"
-used=$(LD_LIBRARY_PATH="$prefix/$libdir/quen_io_checked" ldd "$scratch/consumer/shared")
-[[ $used == *"$libdir/quen_io_checked/libquen_io.so"* ]] || fail "The loader took: $used"
-
-if [[ $flags != *-fsanitize* ]]; then  # a sanitizer has to be loaded first
-  printed=$(python3 -c 'import ctypes, sys; ctypes.CDLL(sys.argv[1]).main()' "$scratch/consumer/libextension.so")
-  [ "$printed" = "$expected" ] || fail "The loaded module printed: $printed"
-fi
-
-echo "== A host with operations of its own, and the parts"
-for program in parts_io parts_io_static; do
-  printed=$("$scratch/consumer/$program")
-  [ "$printed" = $'b/ 10 directory\nIOException: Cannot open file' ] || fail "$program printed: $printed"
-done
-
-echo "== The list of entry points"
-bound=$("$scratch/consumer/bindings") || fail "The two lists differ."
-[[ $bound == *"void* quen_io_Path_resolve(void* self, void* operand) Path.resolve(self, operand)"* ]] || fail "$bound"
-
-echo "== The conformance kit, with the program to start from as it stands"
-unmet=$("$scratch/consumer/conformance") && fail "A runtime that makes no objects passes."
-[[ $unmet == *" requirements, "*" not met"* ]] || fail "The kit printed: $unmet"
-
-# pkg-config escapes spaces in the prefix for a shell.
-export PKG_CONFIG_PATH="$prefix/$libdir/pkgconfig"
-options=()
-eval "options=($flags $(pkg-config --cflags --libs quen_io))"
-
-echo "== pkg-config: the installed sources, with the compiler's default standard and with C++17"
-for standard in "" -std=c++17; do
-  "$compiler" $standard -Wall -Wextra -Werror "$prefix/share/quen_io/toy_host.cpp" "${options[@]}" \
-    -Wl,-rpath,"$prefix/$libdir" -o "$scratch/toy_host"
-  [[ $("$scratch/toy_host") == "normal form: notes/today.txt"* ]] || fail "The toy host does not run."
-  "$compiler" $standard -Wall -Wextra -Werror -fsyntax-only "${options[@]}" \
-    "$prefix/share/quen_io/runtime_conformance.cpp"
-done
-[[ $(pkg-config --libs quen_io_checked) == *-lquen_io_checked* ]] ||
-  fail "pkg-config does not know the checked library."
+./programs.sh "$prefix" "$libdir" "$(cached CMAKE_CXX_COMPILER)" "$(cached CMAKE_CXX_FLAGS)"
 
 if [ "$(cached QUEN_IO_DRIVER)" = ON ]; then
   echo "== The driver"
