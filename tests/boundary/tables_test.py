@@ -41,8 +41,8 @@ def named_in(*patterns):
     return lambda: {short for name, short in SHORT.items() if name in words}
 
 
-def exported():
-    patterns = re.findall(r"[_\w]+\*?(?=;)", text_of("cmake/quen_io.exports"))
+def matching(patterns):
+    """The entry points whose symbols match one of the patterns; one has a mangled C++ name."""
     return {
         short
         for name, short in SHORT.items()
@@ -51,6 +51,14 @@ def exported():
             for pattern in patterns
         )
     }
+
+
+def exported():
+    return matching(re.findall(r"[_\w]+\*?(?=;)", text_of("cmake/quen_io.exports")))
+
+
+def packaged_symbols():
+    return re.findall(r"^ (\w+)@Base", text_of("scripts/debian/entry_points.symbols"), re.MULTILINE)
 
 
 def traced():
@@ -125,6 +133,11 @@ LEXICAL = """Path.normalize Path._normalizePath Path.parent Path._parentPath Pat
 
 TABLES = [
     Table("cmake/quen_io.exports: exported by both libraries", exported, wants_forwarders=True),
+    Table(
+        "scripts/debian/entry_points.symbols: what packages of other programs may depend on",
+        lambda: matching(packaged_symbols()),
+        wants_forwarders=True,
+    ),
     Table("tests/traces: called in at least one trace", traced, wants_forwarders=True),
     Table("tests/plain: the plain form", named_in("tests/plain/*.cpp"), wants_forwarders=True),
     Table(
@@ -232,6 +245,10 @@ class Tables(unittest.TestCase):
 
     def test_the_installed_lists_of_entry_points_are_made_from_the_header(self):
         self.assertEqual(entry_list.outdated(), [], "run runtime/entry_list.py")
+
+    def test_the_symbols_file_lists_each_entry_point_once_and_nothing_else(self):
+        symbols = packaged_symbols()
+        self.assertEqual((len(symbols), len(set(symbols))), (len(ROWS), len(ROWS)))
 
     def test_the_document_of_exceptions_says_what_the_header_says(self):
         self.assertEqual(sorted(raised_by_document() - raised_by_header()), [])
