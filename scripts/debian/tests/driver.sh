@@ -4,7 +4,7 @@ set -eu
 cd "$AUTOPKGTEST_TMP"
 
 expect() {
-  printed=$(eval "$2") || true
+  printed=$(eval "$2" 2>&1) || true
   [ "$printed" = "$1" ] || { printf '%s\nprinted: %s\nexpected: %s\n' "$2" "$printed" "$1"; exit 1; }
 }
 
