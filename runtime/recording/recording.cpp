@@ -22,11 +22,38 @@ std::atomic<Recorder*> gRecorder{nullptr};
 std::mutex gCallsMutex;
 std::vector<std::string> gCalls;
 
+// The recorder of this thread alone, and its calls.
+thread_local Recorder* tRecorder = nullptr;
+thread_local std::vector<std::string> tCalls;
+
+Recorder* current() { return tRecorder != nullptr ? tRecorder : gRecorder.load(); }
+
+// Adds a line and returns its index.
+std::size_t addTo(std::vector<std::string>& calls, std::string line) {
+  calls.push_back(std::move(line));
+  return calls.size() - 1;
+}
+
+std::size_t add(std::string line) {
+  if (tRecorder != nullptr) return addTo(tCalls, std::move(line));
+  const std::lock_guard lock(gCallsMutex);
+  return addTo(gCalls, std::move(line));
+}
+
+void append(std::size_t place, const std::string& text) {
+  if (tRecorder != nullptr) {
+    tCalls.at(place) += text;
+    return;
+  }
+  const std::lock_guard lock(gCallsMutex);
+  gCalls.at(place) += text;
+}
+
 std::string inQuotes(std::string_view bytes) { return '"' + std::string(bytes) + '"'; }
 
 std::string describe(void* object) {
   if (object == nullptr) return "null";
-  if (const Recorder* recorder = gRecorder) {
+  if (const Recorder* recorder = current()) {
     const auto name = recorder->names.find(object);
     if (name != recorder->names.end()) return name->second;
   }
@@ -51,32 +78,24 @@ std::string describe(QuenPathEntryKind kind) { return std::to_string(static_cast
 // Returns the index of its line, to which the result is appended.
 template <class... Arguments>
 std::size_t note(const char* operation, const Arguments&... arguments) {
-  if (gRecorder == nullptr) return 0;
+  if (current() == nullptr) return 0;
   std::string list;
   ((list += (list.empty() ? "" : ", ") + describe(arguments)), ...);
-  std::size_t place = 0;
-  {
-    const std::lock_guard lock(gCallsMutex);
-    place = gCalls.size();
-    gCalls.push_back(std::string(operation) + '(' + list + ')');
-  }
-  const Recorder* recorder = gRecorder;
+  const std::size_t place = add(std::string(operation) + '(' + list + ')');
+  const Recorder* recorder = current();
   if (recorder->interfere) recorder->interfere(operation);
   return place;
 }
 
 template <class Answer>
 Answer answered(std::size_t place, Answer answer) {
-  if (gRecorder != nullptr) {
-    const std::lock_guard lock(gCallsMutex);
-    gCalls.at(place) += " -> " + describe(answer);
-  }
+  if (current() != nullptr) append(place, " -> " + describe(answer));
   return answer;
 }
 
 // Whether every Byte[] is to be refused; `error` is then set to the reason.
 bool isRefused(std::string& error) {
-  const Recorder* recorder = gRecorder;
+  const Recorder* recorder = current();
   if (recorder == nullptr || !recorder->refusal) return false;
   error = *recorder->refusal;
   return true;
@@ -86,14 +105,26 @@ bool isRefused(std::string& error) {
 
 namespace quen::recording {
 
-Recorder::Recorder() {
-  gCalls.clear();
-  gRecorder = this;
+Recorder::Recorder(Of whose) : whose_(whose) {
+  if (whose_ == Of::kThisThread) {
+    tCalls.clear();
+    tRecorder = this;
+  } else {
+    gCalls.clear();
+    gRecorder = this;
+  }
 }
 
-Recorder::~Recorder() { gRecorder = nullptr; }
+Recorder::~Recorder() {
+  if (whose_ == Of::kThisThread) {
+    tRecorder = nullptr;
+  } else {
+    gRecorder = nullptr;
+  }
+}
 
 std::vector<std::string> Recorder::calls() const {
+  if (whose_ == Of::kThisThread) return tCalls;
   const std::lock_guard lock(gCallsMutex);
   return gCalls;
 }
@@ -136,14 +167,14 @@ const char* Quen_filePathFromObject(void* object) {
 
 bool Quen_pathHasExplicitWindowsRoot(const char* text) {
   const std::size_t place = note("Quen_pathHasExplicitWindowsRoot", text);
-  const Recorder* recorder = gRecorder;
+  const Recorder* recorder = current();
   const bool told = recorder != nullptr && text != nullptr && recorder->windowsRoots.contains(text);
   return answered(place, told || operations::pathHasExplicitWindowsRoot(text));
 }
 
 QuenPathEntryKind Quen_pathEntryKind(const fs::path& path) {
   const std::size_t place = note("Quen_pathEntryKind", path);
-  if (const Recorder* recorder = gRecorder) {
+  if (const Recorder* recorder = current()) {
     const auto told = recorder->kinds.find(path);
     if (told != recorder->kinds.end()) return answered(place, told->second);
   }
@@ -199,7 +230,7 @@ void Quen_setField_ptr(void* object, const char* field, void* value) {
 
 int Quen_isInstanceOf(void* object, const char* className) {
   const std::size_t place = note("Quen_isInstanceOf", object, className);
-  const Recorder* recorder = gRecorder;
+  const Recorder* recorder = current();
   if (recorder != nullptr && recorder->unknownClasses.contains(className)) {
     return answered(place, 0);
   }

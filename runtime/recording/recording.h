@@ -17,11 +17,14 @@
 
 namespace quen::recording {
 
-// Records the calls of all threads during its lifetime; at most one exists at a time. Set its
+// Records the calls of all threads, or of the thread that makes it, during its lifetime. At most
+// one of all threads exists at a time, and at most one for each thread, which precedes it. Set its
 // members before the calls that they affect.
 class Recorder {
  public:
-  Recorder();
+  enum class Of { kAllThreads, kThisThread };
+
+  explicit Recorder(Of whose = Of::kAllThreads);
   ~Recorder();
   Recorder& operator=(Recorder&&) = delete;  // neither copyable nor movable
 
@@ -49,6 +52,9 @@ class Recorder {
   // Called with the name of each operation right after it was recorded. An exception that it throws
   // leaves the operation.
   std::function<void(const std::string& operation)> interfere;
+
+ private:
+  Of whose_;
 };
 
 }  // namespace quen::recording
