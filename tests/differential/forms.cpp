@@ -316,8 +316,8 @@ std::string describe(const Outcome& outcome) {
   return lines;
 }
 
-Form::Form(std::string name, const std::string& library, fs::path folder)
-    : name_(std::move(name)), folder_(std::move(folder)) {
+Form::Form(std::string name, const std::string& library, fs::path folder, Surroundings surroundings)
+    : name_(std::move(name)), folder_(std::move(folder)), surroundings_(std::move(surroundings)) {
   void* loaded = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
   for (const EntryPoint& entry : entryPoints()) {
     void* symbol = loaded == nullptr ? nullptr : dlsym(loaded, entry.symbol);
@@ -340,16 +340,20 @@ Outcome Form::call(const EntryPoint& entry, const Arguments& arguments,
   const small::Scope scope;
   const Passing passing(*this, entry, arguments);
   if (circumstances.exceptionPending) Quen_raise("IOException", "Raised before the call");
-  recording::Recorder recorder;
+  using Of = recording::Recorder::Of;
+  recording::Recorder recorder(surroundings_.otherThreads ? Of::kThisThread : Of::kAllThreads);
   passing.name(recorder);
   arrange(recorder, circumstances);
 
   const bool usesHandles = entry.roles.starts_with('h') || entry.roles.ends_with('a');
-  const int descriptorBefore = usesHandles ? 0 : lowestFreeDescriptor();
+  const bool uncounted = usesHandles || surroundings_.otherThreads;
+  const int descriptorBefore = uncounted ? 0 : lowestFreeDescriptor();
   Outcome outcome;
   void* symbol = symbols_.at(static_cast<std::size_t>(&entry - entryPoints().data()));
+  surroundings_.before();
   outcome.thrown = thrownWith([&] { outcome.result = entry.call(symbol, passing.passed()); });
-  outcome.leaksDescriptor = !usesHandles && lowestFreeDescriptor() != descriptorBefore;
+  surroundings_.after();
+  outcome.leaksDescriptor = !uncounted && lowestFreeDescriptor() != descriptorBefore;
   outcome.exception = raised();
   outcome.calls = recorder.calls();
   outcome.bytes = passing.bytes();

@@ -72,11 +72,23 @@ struct Outcome {
 
 std::string describe(const Outcome& outcome);
 
+// What surrounds the calls of a form.
+struct Surroundings {
+  // Other threads make calls at the same time, each with a working directory of its own. The
+  // descriptors of the process are then not counted.
+  bool otherThreads = false;
+
+  // Called right before and right after each call of an entry point.
+  std::function<void()> before = [] {};
+  std::function<void()> after = [] {};
+};
+
 // An implementation under test: the module or the plain form.
 class Form {
  public:
   // Loads the library; exits the process on failure. '@' in paths stands for `folder`.
-  Form(std::string name, const std::string& library, std::filesystem::path folder);
+  Form(std::string name, const std::string& library, std::filesystem::path folder,
+       Surroundings surroundings = {});
 
   const std::string& name() const { return name_; }
   const std::filesystem::path& folder() const { return folder_; }
@@ -96,6 +108,7 @@ class Form {
  private:
   std::string name_;
   std::filesystem::path folder_;
+  Surroundings surroundings_;
   std::vector<void*> symbols_;  // in the order of entryPoints()
 };
 

@@ -9,6 +9,8 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -37,10 +39,45 @@ struct stat statusOf(const fs::path& path) {
   return status;
 }
 
-std::vector<fs::path> sortedNames(const fs::path& folder) {
+constexpr std::string_view kTemporary = ".tmp-";
+
+// Replaces the numbers of temporary files.
+void hideNumbers(std::string& text) {
+  for (std::size_t at = 0; (at = text.find(kTemporary, at)) != std::string::npos;) {
+    at += kTemporary.size();
+    const std::size_t end = text.find_first_not_of("0123456789", at);
+    text.replace(at, (end == std::string::npos ? text.size() : end) - at, "N");
+  }
+}
+
+void hideNumbers(Outcome& outcome) {
+  hideNumbers(outcome.result);
+  for (std::string& call : outcome.calls) hideNumbers(call);
+}
+
+// The name as it is compared.
+std::string shown(const fs::path& name, bool numbersDiffer) {
+  std::string text = name;
+  if (numbersDiffer) hideNumbers(text);
+  return text;
+}
+
+std::vector<std::string> shown(const std::vector<fs::path>& names, bool numbersDiffer) {
+  std::vector<std::string> texts;
+  for (const fs::path& name : names) texts.push_back(shown(name, numbersDiffer));
+  return texts;
+}
+
+// Temporary files of one target are sorted by their numbers, so by length first.
+std::vector<fs::path> sortedNames(const fs::path& folder, bool numbersDiffer) {
   std::vector<fs::path> names;
   for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename());
-  std::sort(names.begin(), names.end());
+  const auto order = [&](const fs::path& name) {
+    const std::size_t length = numbersDiffer ? name.native().size() : 0;
+    return std::tuple(shown(name, numbersDiffer), length, name.native());
+  };
+  std::sort(names.begin(), names.end(),
+            [&](const fs::path& a, const fs::path& b) { return order(a) < order(b); });
   return names;
 }
 
@@ -81,19 +118,21 @@ std::string differenceIn(const fs::path& plain, const struct stat& a, const fs::
 
 // Compares everything below the folders of the two forms, `plain` and `module`.
 std::string differenceBelow(const fs::path& plain, const fs::path& plainRoot,
-                            const fs::path& module, const fs::path& moduleRoot) {
-  const std::vector<fs::path> names = sortedNames(plain);
-  if (names != sortedNames(module)) {
+                            const fs::path& module, const fs::path& moduleRoot,
+                            bool numbersDiffer) {
+  const std::vector<fs::path> names = sortedNames(plain, numbersDiffer);
+  const std::vector<fs::path> others = sortedNames(module, numbersDiffer);
+  if (shown(names, numbersDiffer) != shown(others, numbersDiffer)) {
     std::string lists = plain.string() + ": the plain form's folder has";
     for (const fs::path& name : names) lists += ' ' + name.string();
     lists += ", the module's";
-    for (const fs::path& name : sortedNames(module)) lists += ' ' + name.string();
+    for (const fs::path& name : others) lists += ' ' + name.string();
     return lists + '\n';
   }
   std::string differences;
-  for (const fs::path& name : names) {
-    const fs::path a = plain / name;
-    const fs::path b = module / name;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const fs::path a = plain / names[i];
+    const fs::path b = module / others[i];
     const struct stat status = statusOf(a);
     std::string difference = differenceIn(a, status, b, statusOf(b));
     if (difference.empty() && S_ISLNK(status.st_mode) &&
@@ -101,7 +140,7 @@ std::string differenceBelow(const fs::path& plain, const fs::path& plainRoot,
       difference = a.string() + ": the targets differ\n";
     }
     if (difference.empty() && S_ISDIR(status.st_mode)) {
-      difference = differenceBelow(a, plainRoot, b, moduleRoot);
+      difference = differenceBelow(a, plainRoot, b, moduleRoot, numbersDiffer);
     }
     differences += difference;
   }
@@ -127,10 +166,14 @@ std::string describe(const EntryPoint& entry, const Arguments& arguments) {
 
 }  // namespace
 
-Judge::Judge(const std::string& moduleLibrary)
-    : scratch_(newScratch()),
-      plain_("plain", QUEN_IO_PLAIN_LIBRARY, folderBelow(scratch_, "-p")),
-      module_("module", moduleLibrary, folderBelow(scratch_, "-m")) {
+Judge::Judge(const std::string& moduleLibrary) : Judge(moduleLibrary, newScratch(), {}, {}) {}
+
+Judge::Judge(const std::string& moduleLibrary, fs::path scratch, const Surroundings& plain,
+             const Surroundings& module)
+    : scratch_(std::move(scratch)),
+      numbersDiffer_(plain.otherThreads),
+      plain_("plain", QUEN_IO_PLAIN_LIBRARY, folderBelow(scratch_, "-p"), plain),
+      module_("module", moduleLibrary, folderBelow(scratch_, "-m"), module) {
   for (const Form* form : {&plain_, &module_}) {
     setenv("HOME", (form->folder() / "home").c_str(), 1);
     setenv("QUEN_HOME", "quen/home", 1);  // of the form's folder, which is the current one
@@ -156,7 +199,8 @@ void Judge::inBoth(const std::function<void(const fs::path&)>& change) const {
   change(module_.folder());
 }
 
-void Judge::clear() const {
+void Judge::clear() {
+  moduleHandles_.clear();
   inBoth([](const fs::path& folder) {
     for (const auto& entry : fs::directory_iterator(folder.parent_path())) {
       fs::remove_all(entry.path());
@@ -182,17 +226,37 @@ std::string Judge::compare(std::string_view entry, const Arguments& arguments,
   return compare(entryPoint(entry), arguments, circumstances);
 }
 
+// With the module's handle in place of the plain form's.
+Arguments Judge::forModule(const EntryPoint& entry, const Arguments& arguments) const {
+  Arguments passed = arguments;
+  if (!numbersDiffer_ || !entry.roles.starts_with('h')) return passed;
+  const auto handle = moduleHandles_.find(arguments.at(0).number);
+  if (handle != moduleHandles_.end()) passed[0].number = handle->second;
+  return passed;
+}
+
+void Judge::noteHandles(Outcome& plain, Outcome& module) {
+  lastHandle_ = plain.thrown.empty() ? std::stoll(plain.result) : 0;
+  if (!numbersDiffer_ || lastHandle_ == 0 || !module.thrown.empty()) return;
+  if (module.result == "0") return;
+  moduleHandles_[lastHandle_] = std::stoll(module.result);
+  plain.result = module.result = "a handle";
+}
+
 std::string Judge::compare(const EntryPoint& entry, const Arguments& arguments,
                            const Circumstances& circumstances) {
   Outcome plain = plain_.call(entry, arguments, circumstances);
-  Outcome module = module_.call(entry, arguments, circumstances);
+  Outcome module = module_.call(entry, forModule(entry, arguments), circumstances);
   // An argument may contain the other form's folder: fuzzers learn texts from memory comparisons.
   module_.hideFolder(plain);
   plain_.hideFolder(module);
   ++comparedCalls_;
-  if (entry.roles.ends_with('a')) {
-    lastHandle_ = plain.thrown.empty() ? std::stoll(plain.result) : 0;
+  if (entry.roles.ends_with('a')) noteHandles(plain, module);
+  if (numbersDiffer_) {
+    hideNumbers(plain);
+    hideNumbers(module);
   }
+  if (observer_) observer_(entry, plain, module);
   if (plain == module || isAllowed(entry, arguments, plain, module)) return "";
   return describe(entry, arguments) + "\nplain form:\n" + differential::describe(plain) +
          "module:\n" + differential::describe(module);
@@ -201,7 +265,7 @@ std::string Judge::compare(const EntryPoint& entry, const Arguments& arguments,
 std::string Judge::compareFolders() const {
   const fs::path plain = plain_.folder().parent_path();
   const fs::path module = module_.folder().parent_path();
-  return differenceBelow(plain, plain_.folder(), module, module_.folder());
+  return differenceBelow(plain, plain_.folder(), module, module_.folder(), numbersDiffer_);
 }
 
 bool canBeReadWhole(const std::string& path) {

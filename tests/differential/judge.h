@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -22,6 +23,11 @@ class Judge {
   // that the guard of recursive removal protects. A process has only one judge, because the
   // libraries count handles and publications per process.
   explicit Judge(const std::string& moduleLibrary = defaultModule());
+
+  // The same for one of several threads, with its own scratch folder, which is removed at the end.
+  // Handles, and the numbers of temporary files, may then differ between the forms.
+  Judge(const std::string& moduleLibrary, std::filesystem::path scratch, const Surroundings& plain,
+        const Surroundings& module);
   ~Judge();
   Judge(const Judge&) = delete;
   Judge& operator=(const Judge&) = delete;
@@ -33,7 +39,7 @@ class Judge {
   void inBoth(const std::function<void(const std::filesystem::path& folder)>& change) const;
 
   // Empties both folders.
-  void clear() const;
+  void clear();
 
   // Makes one call of each form. Returns "" if only allowed differences occur, otherwise both
   // outcomes.
@@ -54,6 +60,15 @@ class Judge {
 
   std::uint64_t comparedCalls() const { return comparedCalls_; }
 
+  // Called with the outcomes of each call that is compared.
+  using Observer =
+      std::function<void(const EntryPoint& entry, const Outcome& plain, const Outcome& module)>;
+  void observe(Observer observer) { observer_ = std::move(observer); }
+
+  // Counts a call that is not made, because its result cannot be compared.
+  void leaveOut() { ++leftOut_; }
+  std::uint64_t leftOut() const { return leftOut_; }
+
   // How often an allowed difference occurred.
   std::uint64_t met(Allowed which) const { return met_.at(static_cast<std::size_t>(which)); }
 
@@ -61,12 +76,19 @@ class Judge {
   bool isAllowed(const EntryPoint& entry, const Arguments& arguments, const Outcome& plain,
                  const Outcome& module);
 
+  Arguments forModule(const EntryPoint& entry, const Arguments& arguments) const;
+  void noteHandles(Outcome& plain, Outcome& module);
+
   pid_t process_ = getpid();
   std::filesystem::path scratch_;
+  bool numbersDiffer_ = false;
   Form plain_;
   Form module_;
   std::int64_t lastHandle_ = 0;
+  std::map<std::int64_t, std::int64_t> moduleHandles_;  // by the plain form's, if numbers differ
+  Observer observer_;
   std::uint64_t comparedCalls_ = 0;
+  std::uint64_t leftOut_ = 0;
   std::array<std::uint64_t, kAllowedDifferences.size()> met_{};
 };
 

@@ -12,6 +12,15 @@
 namespace quen::differential {
 
 pid_t mountOddFs(const std::filesystem::path& folder) {
+  return mountWith({QUEN_IO_ODD_FS, folder});
+}
+
+pid_t mountWith(const std::vector<std::string>& command) {
+  std::vector<char*> arguments;
+  for (const std::string& argument : command) {
+    arguments.push_back(const_cast<char*>(argument.c_str()));
+  }
+  arguments.push_back(nullptr);
   std::array<int, 2> said{};
   if (pipe(said.data()) != 0) return -1;
   const pid_t server = fork();
@@ -19,7 +28,7 @@ pid_t mountOddFs(const std::filesystem::path& folder) {
     dup2(said[1], STDOUT_FILENO);
     close(said[0]);
     close(said[1]);
-    execl(QUEN_IO_ODD_FS, QUEN_IO_ODD_FS, folder.c_str(), static_cast<char*>(nullptr));
+    execv(arguments[0], arguments.data());
     _exit(1);
   }
   close(said[1]);

@@ -1,13 +1,18 @@
-// Mounts the FUSE file system of odd_fs.cpp. Only defined if libfuse was found (QUEN_IO_ODD_FS).
+// Mounts FUSE file systems: that of odd_fs.cpp, and others. Only defined if libfuse was found
+// (QUEN_IO_ODD_FS).
 #pragma once
 
 #include <sys/types.h>
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
 namespace quen::differential {
 
-// Returns the process of the server; -1 if FUSE file systems cannot be mounted here.
+// Starts a server, which prints "mounted" when it is ready. Returns its process; -1 if FUSE file
+// systems cannot be mounted here.
+pid_t mountWith(const std::vector<std::string>& command);
 pid_t mountOddFs(const std::filesystem::path& folder);
 
 void killServer(pid_t server);

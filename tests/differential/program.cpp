@@ -237,7 +237,10 @@ class Program {
     Arguments arguments;
     for (const char role : entry.roles) arguments.push_back(argument(entry, role));
     const Circumstances situation = circumstances(arguments);
-    if (readsWhole(entry.name) && !canBeReadWhole(located(arguments[0].text))) return "";
+    if (readsWhole(entry.name) && !canBeReadWhole(located(arguments[0].text))) {
+      judge_.leaveOut();
+      return "";
+    }
 
     std::string difference = judge_.compare(entry, arguments, situation);
     if (!difference.empty() || !entry.roles.starts_with('h')) {
