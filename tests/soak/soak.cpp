@@ -12,6 +12,7 @@
 // threads or results are not flat, or if an entry point or a kind of fault did not occur.
 // QUEN_IO_MODULE names another build of the module.
 
+#include <malloc.h>
 #include <sched.h>
 #include <unistd.h>
 
@@ -395,6 +396,11 @@ bool soak(Mount& mount, const std::string& command, const std::vector<std::strin
 
 int main(int count, char** arguments) {
   if (count < 2) return usage() ? 0 : 2;
+  // Otherwise glibc raises both thresholds when a large block is freed for the first time, and
+  // keeps more freed memory from then on (mallopt(3)), which would look like a leak.
+  constexpr int kThreshold = 128 * 1024;
+  mallopt(M_MMAP_THRESHOLD, kThreshold);
+  mallopt(M_TRIM_THRESHOLD, kThreshold);
   Mount mount;
   if (!mount.isMounted()) {
     std::cout << "skipped: FUSE file systems cannot be mounted here (/dev/fuse, fusermount3)\n";
