@@ -2,9 +2,8 @@
 //
 //   quen_io_soak SECONDS [SEED]         random programs on 16 threads; CSV on standard output
 //   quen_io_soak --programs COUNT SEED  so many programs of each thread, whatever time they take
-//   quen_io_soak --drifting COUNT SEED  the same, with other faults when a program is repeated,
-//   which
-//                                       has to be noticed
+//   quen_io_soak --drifting COUNT SEED  the same, but a repeated program meets other faults,
+//                                       which has to be noticed
 //   quen_io_soak --repeat PROGRAM       one program alone
 //   quen_io_soak --shrink PROGRAM       the same, then ever smaller parts of it
 //
