@@ -1,6 +1,7 @@
 #include "tests/differential/odd_mount.h"
 
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,6 +26,7 @@ pid_t mountWith(const std::vector<std::string>& command) {
   if (pipe(said.data()) != 0) return -1;
   const pid_t server = fork();
   if (server == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);  // it unmounts, also after a crash of this process
     dup2(said[1], STDOUT_FILENO);
     close(said[0]);
     close(said[1]);
