@@ -2,10 +2,6 @@
 // derived path object inherits. Private to the module.
 #pragma once
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <limits>
 #include <string>
 
 namespace quen::io {
@@ -33,12 +29,5 @@ bool carriesParentTraversal(void* object, const char* text);
 // Whether a segment of the text is exactly "..". Slash and backslash both separate segments, on
 // every host. Null text has no segments.
 bool containsParentTraversalSegment(const char* text);
-
-// A size as one of memory. One that is too large for 32 bits becomes the largest, for which there
-// is never enough memory.
-constexpr std::size_t memorySize(std::int64_t size) {
-  constexpr std::uint64_t kLargest = std::numeric_limits<std::size_t>::max();
-  return std::min(static_cast<std::uint64_t>(size), kLargest);
-}
 
 }  // namespace quen::io

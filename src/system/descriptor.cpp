@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <utility>
 
-#include "conventions.h"
 #include "system/cancellation.h"
 
 namespace fs = std::filesystem;

@@ -5,13 +5,22 @@
 // already have reused its number (close(2), "Dealing with error returns from close()").
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <limits>
 #include <span>
 #include <string_view>
 
 namespace quen::io {
+
+// A size as one of memory. One that is too large for 32 bits becomes the largest, for which there
+// is never enough memory.
+constexpr std::size_t memorySize(std::int64_t size) {
+  constexpr std::uint64_t kLargest = std::numeric_limits<std::size_t>::max();
+  return std::min(static_cast<std::uint64_t>(size), kLargest);
+}
 
 class Descriptor {
  public:
