@@ -64,7 +64,9 @@ class PendingException {
     held_ = false;
   }
 
-  Exception* place() { return std::launder(reinterpret_cast<Exception*>(bytes_.data())); }
+  Exception* place() {
+    return std::launder(static_cast<Exception*>(static_cast<void*>(bytes_.data())));
+  }
 
   alignas(Exception) std::array<std::byte, sizeof(Exception)> bytes_;
   bool held_;
