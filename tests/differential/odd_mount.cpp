@@ -51,7 +51,7 @@ void killServer(pid_t server) {
 void unmountOddFs(const std::filesystem::path& folder) {
   if (umount2(folder.c_str(), MNT_DETACH) == 0) return;
   const std::string command = "fusermount3 -u -z " + folder.string() + " 2>/dev/null";
-  static_cast<void>(std::system(command.c_str()));
+  [[maybe_unused]] const int status = std::system(command.c_str());
 }
 
 }  // namespace quen::differential
