@@ -180,7 +180,7 @@ def write(runs, path):
 
 def replace(text, begin, end, content, path):
     before, _, after = split(text, begin, end, path)
-    return f"{before}{begin}\n\n{content}\n{end}{after}"
+    return f"{before}{begin}\n\n{content.rstrip()}\n\n{end}{after}"
 
 
 def split(text, begin, end, path):
