@@ -2,7 +2,8 @@
 //
 //     quen_io_interleavings THREADS CALLS [EVERY [WORD]]
 //                    all programs with so many threads, of at most so many calls each; with EVERY
-//                    only one of so many; with a WORD only families whose names contain it
+//                    only one of so many; with a WORD only families whose names contain it, with
+//                    -WORD only the others
 //     quen_io_interleavings --program ROW...
 //                    one program, with each kind of disk; the letters are those of writer_program.h
 //     quen_io_interleavings --fails TEXT
@@ -78,13 +79,19 @@ class Processes {
   Report* reports_;
 };
 
+bool isChosen(const std::string& name, const std::string& word) {
+  const bool isLeftOut = word.starts_with('-');
+  const bool isNamed = name.find(word.substr(isLeftOut ? 1 : 0)) != std::string::npos;
+  return isNamed != isLeftOut;
+}
+
 bool exploreAll(int threads, int calls, std::size_t every, const std::string& word) {
   const Processes processes;
   std::printf("%-40s %8s %10s %10s %10s %8s\n", "Family", "programs", "schedules", "abandoned",
               "operations", "seconds");
   bool passed = true;
   for (const Family& family : families(threads, calls)) {
-    if (family.name.find(word) == std::string::npos) continue;
+    if (!isChosen(family.name, word)) continue;
     passed = processes.explore(family, every) && passed;
   }
   return passed;
@@ -126,7 +133,7 @@ int main(int count, char** arguments) {
   const int every = count > 3 ? std::atoi(arguments[3]) : 1;
   if (threads < 2 || threads > kMostThreads || calls < 1 || calls > kMostCalls || every < 1) {
     std::fprintf(stderr,
-                 "usage: %s THREADS CALLS [EVERY [WORD]] | --program ROW... | --fails TEXT\n",
+                 "usage: %s THREADS CALLS [EVERY [[-]WORD]] | --program ROW... | --fails TEXT\n",
                  arguments[0]);
     return 2;
   }
