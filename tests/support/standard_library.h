@@ -6,9 +6,9 @@
 
 namespace quen::tests {
 
-// With a lock, std::shared_ptr counts under one that all counts of the process share. RISC-V has
-// it, where GCC 12 has no atomic operations on single bytes. A fork can leave it locked in the
-// child.
+// kCountsUnderALock: std::shared_ptr counts its owners under one lock of the process, which a fork
+// can leave locked in the child. So it is on RISC-V, where GCC 12 has no inline atomic operations
+// on single bytes.
 #ifdef _LIBCPP_VERSION
 inline constexpr bool kLibcxx = true;
 inline constexpr bool kCountsUnderALock = false;
